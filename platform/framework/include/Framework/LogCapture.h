@@ -1,6 +1,8 @@
 #ifndef FRAMEWORK_LOG_CAPTURE_H
 #define FRAMEWORK_LOG_CAPTURE_H
 
+#include <PymSpiTypes.h>
+
 #include <cstddef>
 #include <mutex>
 #include <string>
@@ -35,11 +37,20 @@ class LogCapture {
   // Records with exactly this level and text.
   std::size_t count(int level, const std::string& text) const;
   bool contains(int level, const std::string& text) const;
+  // Records of exactly this level.
+  std::size_t countAtLevel(int level) const;
   // Records at any level whose text contains fragment.
   std::size_t countContaining(const std::string& fragment) const;
   void clear();
 
+  // The "PymMwSpiLog" "1" and "PymMwSpiTrace" "1" tables; they write to the current
+  // framework's log.
+  static std::vector<PymMgmtSpiInterface_1*> interfaces();
+
  private:
+  template <class Predicate>
+  std::size_t countIf(Predicate predicate) const;
+
   mutable std::mutex _mutex;
   int _level;
   int _echoLevel;

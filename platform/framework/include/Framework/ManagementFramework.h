@@ -10,6 +10,7 @@
 #include <Framework/ThreadContext.h>
 #include <Framework/TransactionService.h>
 
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -36,6 +37,18 @@ class ManagementFramework {
 
   // The live instance, or null.
   static ManagementFramework* current();
+  // What the C tables run: body(*current()); PymFailure when there is no live instance or body
+  // throws, since no exception may reach a C caller.
+  template <class Body>
+  static PymReturnT withCurrent(Body&& body) {
+    ManagementFramework* framework = current();
+    if (framework == nullptr) return PymFailure;
+    try {
+      return body(*framework);
+    } catch (const std::exception&) {
+      return PymFailure;
+    }
+  }
 
   // What a component's pymLCMinit is handed.
   PymMgmtSpiInterfacePortalAccessor* accessor();

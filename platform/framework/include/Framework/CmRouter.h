@@ -1,0 +1,98 @@
+#ifndef FRAMEWORK_CM_ROUTER_H
+#define FRAMEWORK_CM_ROUTER_H
+
+#include <Framework/LogCapture.h>
+#include <Framework/ModelStore.h>
+#include <Framework/TransactionObserver.h>
+#include <Framework/TransactionService.h>
+#include <Framework/ValueCodec.h>
+#include <PymOamSpiManagedObject.h>
+
+#include <cstddef>
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Framework {
+
+// The CM router over the model: reads see committed values, plus a transaction's pending writes
+// when given its handle; writes wait in their transaction until it commits. Every write passes
+// through write(), the one place where routing to object implementers belongs. Thread-safe.
+class CmRouter : public TransactionObserver {
+ public:
+  CmRouter(ModelStore& model, TransactionService& transactions, LogCapture& log);
+  ~CmRouter() override;
+  CmRouter(const CmRouter&) = delete;
+  CmRouter& operator=(const CmRouter&) = delete;
+
+  // The operations of the C tables. Null arguments give PymInvalidParameter, an unknown
+  // transaction handle PymNotExist.
+  PymReturnT getAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                          PymMoAttributeValueResult_3* result) const;
+  // Version 1: the container stays the router's until the transaction ends, or with handle 0
+  // until the next such read with handle 0.
+  PymReturnT getKeptAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                              PymMoAttributeValueContainer_3** value);
+  PymReturnT getAttributes(unsigned long txHandle, const char* dn, const char** attributeNames,
+                           PymMoAttributeValuesResult_3* result) const;
+  // Handle 0 or a transaction already ending: PymInvalidParameter.
+  PymReturnT setAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                          const PymMoAttributeValueContainer_3* value);
+  // All of the attributes or none.
+  PymReturnT setAttributes(unsigned long txHandle, const char* dn, PymMoNamedAttributeValueContainer_3** attributes);
+  // Over the children of dn ("" for the roots) of the class named className. An iterator lives
+  // until finalizeIterator or the end of its transaction; one made with releaseAtEnd (version 1
+  // has no finalize) also goes when nextMo has given its last DN.
+  PymReturnT newIterator(unsigned long txHandle, const char* dn, const char* className, bool releaseAtEnd,
+                         unsigned long long* iterator);
+  // A malloc'ed DN the caller frees, or null after the last.
+  PymReturnT nextMo(unsigned long long iterator, char** result);
+  PymReturnT finalizeIterator(unsigned long long iterator);
+  PymReturnT exists(unsigned long txHandle, const char* dn, bool* result) const;
+  PymReturnT countChildren(unsigned long txHandle, const char* dn, const char* className,
+                           unsigned long long* result) const;
+  // Creating and deleting objects and actions are not offered here: the model's objects are
+  // fixed. Logs an error naming the operation and gives PymFailure.
+  PymReturnT unsupported(const char* operation) const;
+
+  // Number of attributes the transaction has written and not yet committed.
+  std::size_t pendingWriteCount(unsigned long txHandle) const;
+
+  void transactionCommitting(unsigned long txHandle) override;
+  void transactionEnded(unsigned long txHandle) override;
+
+  // The "PymOamSpiManagedObject" "1", "3", "3_1" tables of "PymOamSpiCmRouterService" and
+  // "QivOamSpiManagedObject" "3" of "QivOamSpiExtCmRouterService"; they use the current
+  // framework's router.
+  static std::vector<PymMgmtSpiInterface_1*> interfaces();
+
+ private:
+  struct Iterator {
+    unsigned long txHandle;
+    std::vector<std::string> dns;
+    std::size_t next;
+    bool releaseAtEnd;
+  };
+  using NamedContainers = std::vector<std::pair<std::string, const PymMoAttributeValueContainer_3*>>;
+
+  PymReturnT checkRead(unsigned long txHandle) const;
+  // The committed value, or the transaction's pending one.
+  PymReturnT read(unsigned long txHandle, const std::string& dn, const std::string& attributeName,
+                  PymMoAttributeValueResult_3& result) const;
+  PymReturnT write(unsigned long txHandle, const std::string& dn, const NamedContainers& attributes);
+
+  ModelStore& _model;
+  TransactionService& _transactions;
+  LogCapture& _log;
+  mutable std::mutex _mutex;
+  std::map<unsigned long, ModelStore::Changes> _pending;
+  std::map<unsigned long, std::vector<ValueCodec::ContainerPtr>> _kept;
+  std::map<unsigned long long, Iterator> _iterators;
+  unsigned long long _nextIterator;
+};
+
+}  // namespace Framework
+
+#endif

@@ -1,0 +1,342 @@
+#include <Framework/CmRouter.h>
+
+#include <Framework/CString.h>
+#include <Framework/ManagementFramework.h>
+#include <PymMwSpiLogTrace.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <new>
+
+namespace Framework {
+
+namespace {
+
+// The C tables: each function runs the current framework's router.
+
+template <class Body>
+PymReturnT withRouter(Body&& body) {
+  return ManagementFramework::withCurrent([&](ManagementFramework& framework) { return body(framework.cmRouter()); });
+}
+
+PymReturnT setMoAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                          const PymMoAttributeValueContainer_3* value) {
+  return withRouter([&](CmRouter& router) { return router.setAttribute(txHandle, dn, attributeName, value); });
+}
+
+PymReturnT setMoAttributes(unsigned long txHandle, const char* dn, PymMoNamedAttributeValueContainer_3** attributes) {
+  return withRouter([&](CmRouter& router) { return router.setAttributes(txHandle, dn, attributes); });
+}
+
+PymReturnT getMoAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                          PymMoAttributeValueResult_3* result) {
+  return withRouter([&](CmRouter& router) { return router.getAttribute(txHandle, dn, attributeName, result); });
+}
+
+PymReturnT getMoAttributeV1(unsigned long txHandle, const char* dn, const char* attributeName,
+                            PymMoAttributeValueContainer** value) {
+  return withRouter([&](CmRouter& router) { return router.getKeptAttribute(txHandle, dn, attributeName, value); });
+}
+
+PymReturnT getMoAttributes(unsigned long txHandle, const char* dn, const char** attributeNames,
+                           PymMoAttributeValuesResult_3* result) {
+  return withRouter([&](CmRouter& router) { return router.getAttributes(txHandle, dn, attributeNames, result); });
+}
+
+PymReturnT newMoIterator(unsigned long txHandle, const char* dn, const char* className,
+                         unsigned long long* iterator) {
+  return withRouter([&](CmRouter& router) { return router.newIterator(txHandle, dn, className, false, iterator); });
+}
+
+// Version 1 hands iterators out as pointers; they carry the iterator's number.
+PymReturnT newMoIteratorV1(unsigned long txHandle, const char* dn, const char* className, void** iterator) {
+  return withRouter([&](CmRouter& router) -> PymReturnT {
+    if (iterator == nullptr) return PymInvalidParameter;
+    unsigned long long number = 0;
+    const PymReturnT result = router.newIterator(txHandle, dn, className, true, &number);
+    if (result == PymOk) *iterator = reinterpret_cast<void*>(static_cast<std::uintptr_t>(number));
+    return result;
+  });
+}
+
+PymReturnT nextMo(unsigned long long iterator, char** result) {
+  return withRouter([&](CmRouter& router) { return router.nextMo(iterator, result); });
+}
+
+PymReturnT nextMoV1(void* iterator, char** result) {
+  return nextMo(reinterpret_cast<std::uintptr_t>(iterator), result);
+}
+
+PymReturnT finalizeMoIterator(unsigned long long iterator) {
+  return withRouter([&](CmRouter& router) { return router.finalizeIterator(iterator); });
+}
+
+PymReturnT existsMo(unsigned long txHandle, const char* dn, bool* result) {
+  return withRouter([&](CmRouter& router) { return router.exists(txHandle, dn, result); });
+}
+
+PymReturnT countMoChildren(unsigned long txHandle, const char* dn, const char* className,
+                           unsigned long long* result) {
+  return withRouter([&](CmRouter& router) { return router.countChildren(txHandle, dn, className, result); });
+}
+
+PymReturnT createMoV1(unsigned long, const char*, const char*, const char*, const char*) {
+  return withRouter([](CmRouter& router) { return router.unsupported("createMo"); });
+}
+
+PymReturnT createMo(unsigned long, const char*, const char*, const char*, const char*,
+                    PymMoNamedAttributeValueContainer_3**) {
+  return withRouter([](CmRouter& router) { return router.unsupported("createMo"); });
+}
+
+PymReturnT deleteMo(unsigned long, const char*) {
+  return withRouter([](CmRouter& router) { return router.unsupported("deleteMo"); });
+}
+
+PymReturnT actionV1(unsigned long, const char*, const char*, PymMoAttributeValueContainer**,
+                    PymMoAttributeValueContainer**) {
+  return withRouter([](CmRouter& router) { return router.unsupported("action"); });
+}
+
+PymReturnT action(unsigned long, const char*, const char*, PymMoNamedAttributeValueContainer_3**,
+                  PymMoAttributeValueResult_3*) {
+  return withRouter([](CmRouter& router) { return router.unsupported("action"); });
+}
+
+PymOamSpiManagedObject_3 managedObject3(const char* version) {
+  return {{"PymOamSpiCmRouterService", "PymOamSpiManagedObject", version},
+          setMoAttribute,
+          getMoAttribute,
+          getMoAttributes,
+          newMoIterator,
+          nextMo,
+          createMo,
+          deleteMo,
+          action,
+          finalizeMoIterator,
+          existsMo,
+          countMoChildren};
+}
+
+PymOamSpiManagedObject_1 managedObject1Table = {{"PymOamSpiCmRouterService", "PymOamSpiManagedObject", "1"},
+                                                setMoAttribute,
+                                                getMoAttributeV1,
+                                                newMoIteratorV1,
+                                                nextMoV1,
+                                                createMoV1,
+                                                deleteMo,
+                                                actionV1};
+PymOamSpiManagedObject_3 managedObject3Table = managedObject3("3");
+PymOamSpiManagedObject_3_1 managedObject31Table = {managedObject3("3_1"), setMoAttributes};
+QivOamSpiManagedObject_3 extendedTable = {{"QivOamSpiExtCmRouterService", "QivOamSpiManagedObject", "3"},
+                                          getMoAttribute,
+                                          getMoAttributes,
+                                          setMoAttribute,
+                                          setMoAttributes,
+                                          newMoIterator,
+                                          nextMo,
+                                          createMo,
+                                          deleteMo,
+                                          action,
+                                          finalizeMoIterator,
+                                          existsMo,
+                                          countMoChildren};
+
+}  // namespace
+
+CmRouter::CmRouter(ModelStore& model, TransactionService& transactions, LogCapture& log)
+    : _model(model), _transactions(transactions), _log(log), _nextIterator(1) {
+  _transactions.setObserver(this);
+}
+
+CmRouter::~CmRouter() { _transactions.setObserver(nullptr); }
+
+PymReturnT CmRouter::getAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                                  PymMoAttributeValueResult_3* result) const {
+  if (dn == nullptr || attributeName == nullptr || result == nullptr) return PymInvalidParameter;
+  return read(txHandle, dn, attributeName, *result);
+}
+
+PymReturnT CmRouter::getKeptAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                                      PymMoAttributeValueContainer_3** value) {
+  if (dn == nullptr || attributeName == nullptr || value == nullptr) return PymInvalidParameter;
+  PymMoAttributeValueResult_3 result{};
+  const PymReturnT code = read(txHandle, dn, attributeName, result);
+  if (code != PymOk) return code;
+  ValueCodec::ContainerPtr container(result.container, result.release);
+  *value = container.get();
+  std::lock_guard<std::mutex> lock(_mutex);
+  std::vector<ValueCodec::ContainerPtr>& kept = _kept[txHandle];
+  if (txHandle == 0) kept.clear();
+  kept.push_back(std::move(container));
+  return PymOk;
+}
+
+PymReturnT CmRouter::getAttributes(unsigned long txHandle, const char* dn, const char** attributeNames,
+                                   PymMoAttributeValuesResult_3* result) const {
+  if (dn == nullptr || attributeNames == nullptr || result == nullptr) return PymInvalidParameter;
+  std::vector<ValueCodec::ContainerPtr> containers;
+  for (const char** name = attributeNames; *name != nullptr; ++name) {
+    PymMoAttributeValueResult_3 one{};
+    const PymReturnT code = read(txHandle, dn, *name, one);
+    if (code != PymOk) return code;
+    containers.emplace_back(one.container, one.release);
+  }
+  auto** array = static_cast<PymMoAttributeValueContainer_3**>(std::calloc(containers.size() + 1, sizeof(void*)));
+  if (array == nullptr) throw std::bad_alloc();
+  for (std::size_t i = 0; i < containers.size(); ++i) array[i] = containers[i].release();
+  result->containers = array;
+  result->release = &ValueCodec::releaseAll;
+  return PymOk;
+}
+
+PymReturnT CmRouter::setAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                                  const PymMoAttributeValueContainer_3* value) {
+  if (dn == nullptr || attributeName == nullptr) return PymInvalidParameter;
+  return write(txHandle, dn, {{attributeName, value}});
+}
+
+PymReturnT CmRouter::setAttributes(unsigned long txHandle, const char* dn,
+                                   PymMoNamedAttributeValueContainer_3** attributes) {
+  if (dn == nullptr || attributes == nullptr) return PymInvalidParameter;
+  NamedContainers named;
+  for (PymMoNamedAttributeValueContainer_3** attribute = attributes; *attribute != nullptr; ++attribute) {
+    if ((*attribute)->name == nullptr) return PymInvalidParameter;
+    named.emplace_back((*attribute)->name, &(*attribute)->value);
+  }
+  return write(txHandle, dn, named);
+}
+
+PymReturnT CmRouter::newIterator(unsigned long txHandle, const char* dn, const char* className, bool releaseAtEnd,
+                                 unsigned long long* iterator) {
+  if (dn == nullptr || className == nullptr || iterator == nullptr) return PymInvalidParameter;
+  const PymReturnT readable = checkRead(txHandle);
+  if (readable != PymOk) return readable;
+  std::vector<std::string> dns;
+  const PymReturnT found = _model.children(dn, className, dns);
+  if (found != PymOk) return found;
+  std::lock_guard<std::mutex> lock(_mutex);
+  *iterator = _nextIterator++;
+  _iterators[*iterator] = Iterator{txHandle, std::move(dns), 0, releaseAtEnd};
+  return PymOk;
+}
+
+PymReturnT CmRouter::nextMo(unsigned long long iterator, char** result) {
+  if (result == nullptr) return PymInvalidParameter;
+  std::lock_guard<std::mutex> lock(_mutex);
+  const auto found = _iterators.find(iterator);
+  if (found == _iterators.end()) return PymNotExist;
+  Iterator& state = found->second;
+  if (state.next < state.dns.size()) {
+    *result = CString::duplicate(state.dns[state.next++]);
+    return PymOk;
+  }
+  *result = nullptr;
+  if (state.releaseAtEnd) _iterators.erase(found);
+  return PymOk;
+}
+
+PymReturnT CmRouter::finalizeIterator(unsigned long long iterator) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  return _iterators.erase(iterator) == 0 ? PymNotExist : PymOk;
+}
+
+PymReturnT CmRouter::exists(unsigned long txHandle, const char* dn, bool* result) const {
+  if (dn == nullptr || result == nullptr) return PymInvalidParameter;
+  const PymReturnT readable = checkRead(txHandle);
+  if (readable != PymOk) return readable;
+  *result = _model.exists(dn);
+  return PymOk;
+}
+
+PymReturnT CmRouter::countChildren(unsigned long txHandle, const char* dn, const char* className,
+                                   unsigned long long* result) const {
+  if (dn == nullptr || className == nullptr || result == nullptr) return PymInvalidParameter;
+  const PymReturnT readable = checkRead(txHandle);
+  if (readable != PymOk) return readable;
+  std::vector<std::string> dns;
+  const PymReturnT found = _model.children(dn, className, dns);
+  if (found == PymOk) *result = dns.size();
+  return found;
+}
+
+PymReturnT CmRouter::unsupported(const char* operation) const {
+  _log.record(PymLogError, operation, std::string(operation) + " is not supported by this framework");
+  return PymFailure;
+}
+
+std::size_t CmRouter::pendingWriteCount(unsigned long txHandle) const {
+  std::lock_guard<std::mutex> lock(_mutex);
+  const auto found = _pending.find(txHandle);
+  return found == _pending.end() ? 0 : found->second.size();
+}
+
+void CmRouter::transactionCommitting(unsigned long txHandle) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  const auto found = _pending.find(txHandle);
+  if (found == _pending.end()) return;
+  const PymReturnT applied = _model.apply(found->second);
+  if (applied != PymOk) {
+    _log.record(PymLogError, "commit",
+                "transaction " + std::to_string(txHandle) + ": the model no longer has what it wrote (" +
+                    std::to_string(applied) + ")");
+  }
+}
+
+void CmRouter::transactionEnded(unsigned long txHandle) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  _pending.erase(txHandle);
+  _kept.erase(txHandle);
+  for (auto iterator = _iterators.begin(); iterator != _iterators.end();) {
+    iterator = iterator->second.txHandle == txHandle ? _iterators.erase(iterator) : std::next(iterator);
+  }
+}
+
+std::vector<PymMgmtSpiInterface_1*> CmRouter::interfaces() {
+  return {&managedObject1Table.base, &managedObject3Table.base, &managedObject31Table.v3.base, &extendedTable.base};
+}
+
+PymReturnT CmRouter::checkRead(unsigned long txHandle) const {
+  return txHandle == 0 || _transactions.isKnown(txHandle) ? PymOk : PymNotExist;
+}
+
+PymReturnT CmRouter::read(unsigned long txHandle, const std::string& dn, const std::string& attributeName,
+                          PymMoAttributeValueResult_3& result) const {
+  const PymReturnT readable = checkRead(txHandle);
+  if (readable != PymOk) return readable;
+  std::vector<AttributeValue> pending;
+  bool isPending = false;
+  {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto transaction = _pending.find(txHandle);
+    if (transaction != _pending.end()) {
+      const auto write = transaction->second.find({dn, attributeName});
+      isPending = write != transaction->second.end();
+      if (isPending) pending = write->second;
+    }
+  }
+  return isPending ? _model.render(dn, attributeName, pending, &result) : _model.read(dn, attributeName, &result);
+}
+
+PymReturnT CmRouter::write(unsigned long txHandle, const std::string& dn, const NamedContainers& attributes) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  if (txHandle == 0) return PymInvalidParameter;
+  if (!_transactions.isKnown(txHandle)) return PymNotExist;
+  if (!_transactions.isOpen(txHandle)) return PymInvalidParameter;
+  ModelStore::Changes changes;
+  for (const auto& attribute : attributes) {
+    if (attribute.second == nullptr) return PymInvalidParameter;
+    std::vector<AttributeValue> values;
+    const PymReturnT decoded = _model.decode(dn, attribute.first, *attribute.second, values);
+    if (decoded != PymOk) {
+      _log.record(PymLogInfo, "setMoAttribute",
+                  "refused " + dn + " " + attribute.first + " (" + std::to_string(decoded) + ")");
+      return decoded;
+    }
+    changes[{dn, attribute.first}] = std::move(values);
+  }
+  for (auto& change : changes) _pending[txHandle][change.first] = std::move(change.second);
+  return PymOk;
+}
+
+}  // namespace Framework
