@@ -90,12 +90,18 @@ PymReturnT InterfacePortal::getImplementations(const char* interfaceName, const 
   for (const Offer& offer : _offers) {
     if (matches(offer, nullptr, interfaceName, interfaceVersion)) found.push_back(offer.table);
   }
-  if (found.empty()) return PymNotExist;
+  PymReturnT answer = found.empty() ? PymNotExist : PymOk;
+  if (!_implementationsAnswers.empty()) {
+    answer = _implementationsAnswers.front();
+    _implementationsAnswers.pop_front();
+  } else if (found.empty()) {
+    return answer;
+  }
   auto** array = static_cast<PymMgmtSpiInterface_1**>(std::calloc(found.size() + 1, sizeof(void*)));
   if (array == nullptr) throw std::bad_alloc();
   std::copy(found.begin(), found.end(), array);
   *result = array;
-  return PymOk;
+  return answer;
 }
 
 PymReturnT InterfacePortal::registerComponent(PymMgmtSpiComponent_2* component) {
@@ -190,6 +196,11 @@ void InterfacePortal::offerPortal(const std::string& version, bool offered) {
 void InterfacePortal::answerNextRegisterComponent(PymReturnT code) {
   std::lock_guard<std::mutex> lock(_mutex);
   _registerAnswers.push_back(code);
+}
+
+void InterfacePortal::answerNextGetImplementations(PymReturnT code) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  _implementationsAnswers.push_back(code);
 }
 
 bool InterfacePortal::addInterface(PymMgmtSpiInterface_1* table) {

@@ -54,6 +54,9 @@ class InterfacePortal {
   void offerPortal(const std::string& version, bool offered);
   // The next registerComponent answers code without registering (queued, one per call).
   void answerNextRegisterComponent(PymReturnT code);
+  // The next getImplementations hands out its array as usual but answers code: a portal that
+  // reports a failure and still allocates (queued, one per call).
+  void answerNextGetImplementations(PymReturnT code);
   // Offers a table under its own identity; false when that identity is incomplete or offered.
   bool addInterface(PymMgmtSpiInterface_1* table);
   // Withdraws the table of that identity, whoever offered it; false when there is none.
@@ -86,6 +89,7 @@ class InterfacePortal {
   std::vector<PymMgmtSpiComponent_2*> _components;
   std::set<std::string> _withheldPortals;
   std::deque<PymReturnT> _registerAnswers;
+  mutable std::deque<PymReturnT> _implementationsAnswers;
   unsigned _registerCalls;
   unsigned _unregisterCalls;
 };
