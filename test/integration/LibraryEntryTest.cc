@@ -1,3 +1,4 @@
+#include "DescriptorIdentities.h"
 #include "FrameworkTestBase.h"
 
 #include <Framework/ComponentLibrary.h>
@@ -9,19 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace {
-
-std::string text(const char* value) { return value != nullptr ? value : "(null)"; }
-
-std::vector<std::string> identities(PymMgmtSpiInterface_1** array) {
-  std::vector<std::string> result;
-  for (; *array != nullptr; ++array)
-    result.push_back(text((*array)->componentName) + " / " + text((*array)->interfaceName) + " / " +
-                     text((*array)->interfaceVersion));
-  return result;
-}
-
-}  // namespace
+using namespace DescriptorIdentities;
 
 // The built library, loaded with dlopen into the framework stand-in and driven through its C
 // entry points as the framework drives it. Each test loads it afresh.
@@ -42,31 +31,11 @@ TEST_F(LibraryEntryTest, InitRegistersTheDescriptorFieldByField) {
   EXPECT_STREQ("QivAccessManagementComponent", descriptor.base.componentName);
   EXPECT_STREQ("PymMgmtSpiComponent", descriptor.base.interfaceName);
   EXPECT_STREQ("2", descriptor.base.interfaceVersion);
-  EXPECT_EQ((std::vector<std::string>{
-                "QivAccessManagementComponent / PymMwSpiAccessManagement / 2",
-                "QivAccessManagementComponent / PymOamSpiManagedObject / 1",
-                "QivAccessManagementComponent / PymOamSpiManagedObject / 3",
-                "QivAccessManagementComponent / PymOamSpiTransactionalResource / 2",
-            }),
-            identities(descriptor.interfaceArray));
-  EXPECT_EQ((std::vector<std::string>{
-                "QivMgmtSpiPortalService / QivMgmtSpiInterfacePortal / 1",
-                "(null) / PymMwSpiTrace / (null)",
-                "(null) / PymMwSpiLog / 1",
-                "PymMgmtSpiThreadContextService / PymMgmtSpiThreadContext / 2",
-                "PymOamSpiCmRouterService / PymOamSpiManagedObject / 1",
-                "QivOamSpiExtCmRouterService / QivOamSpiManagedObject / 3",
-                "PymOamSpiCmRouterService / PymOamSpiManagedObject / 3",
-                "PymOamSpiCmRouterService / PymOamSpiManagedObject / 3_1",
-                "PymOamSpiTransactionService / PymOamSpiTransactionMaster / 2",
-                "PymOamSpiTransactionService / PymOamSpiTransaction / 2",
-            }),
-            identities(descriptor.dependencyArray));
+  EXPECT_EQ(offeredInterfaces(), identities(descriptor.interfaceArray));
+  EXPECT_EQ(requiredDependencies(), identities(descriptor.dependencyArray));
   // The platform portal's identity itself, not a copy.
   EXPECT_EQ(&Qiv::Portal::COMP_ID, descriptor.dependencyArray[0]);
-  EXPECT_EQ((std::vector<std::string>{"(null) / PymOamSpiRegisterObjectImplementer / 2",
-                                      "(null) / PymOamSpiRegisterObjectImplementer / 3"}),
-            identities(descriptor.optionalDependencyArray));
+  EXPECT_EQ(optionalDependencies(), identities(descriptor.optionalDependencyArray));
   EXPECT_NE(nullptr, descriptor.start);
   EXPECT_NE(nullptr, descriptor.stop);
   // The offered tables are reachable through the portal under the component's name.

@@ -90,28 +90,19 @@ PymReturnT InterfacePortal::getImplementations(const char* interfaceName, const 
   for (const Offer& offer : _offers) {
     if (matches(offer, nullptr, interfaceName, interfaceVersion)) found.push_back(offer.table);
   }
-  PymReturnT answer = found.empty() ? PymNotExist : PymOk;
-  if (!_implementationsAnswers.empty()) {
-    answer = _implementationsAnswers.front();
-    _implementationsAnswers.pop_front();
-  } else if (found.empty()) {
-    return answer;
-  }
+  const std::optional<PymReturnT> scripted = _implementationsAnswers.take();
+  if (!scripted && found.empty()) return PymNotExist;
   auto** array = static_cast<PymMgmtSpiInterface_1**>(std::calloc(found.size() + 1, sizeof(void*)));
   if (array == nullptr) throw std::bad_alloc();
   std::copy(found.begin(), found.end(), array);
   *result = array;
-  return answer;
+  return scripted ? *scripted : PymOk;
 }
 
 PymReturnT InterfacePortal::registerComponent(PymMgmtSpiComponent_2* component) {
   std::lock_guard<std::mutex> lock(_mutex);
   ++_registerCalls;
-  if (!_registerAnswers.empty()) {
-    const PymReturnT answer = _registerAnswers.front();
-    _registerAnswers.pop_front();
-    return answer;
-  }
+  if (const std::optional<PymReturnT> answer = _registerAnswers.take()) return *answer;
   if (component == nullptr || !complete(&component->base)) return PymInvalidParameter;
   // A component registering its descriptor again (a second pymLCMinit) stays registered once.
   if (std::find(_components.begin(), _components.end(), component) != _components.end()) return PymOk;
@@ -195,12 +186,12 @@ void InterfacePortal::offerPortal(const std::string& version, bool offered) {
 
 void InterfacePortal::answerNextRegisterComponent(PymReturnT code) {
   std::lock_guard<std::mutex> lock(_mutex);
-  _registerAnswers.push_back(code);
+  _registerAnswers.push(code);
 }
 
 void InterfacePortal::answerNextGetImplementations(PymReturnT code) {
   std::lock_guard<std::mutex> lock(_mutex);
-  _implementationsAnswers.push_back(code);
+  _implementationsAnswers.push(code);
 }
 
 bool InterfacePortal::addInterface(PymMgmtSpiInterface_1* table) {

@@ -68,7 +68,7 @@ PymReturnT ObjectImplementerRegistry::unregisterClass(int version, const char* c
   std::lock_guard<std::mutex> lock(_mutex);
   const std::string component = CString::orEmpty(componentName);
   const std::string path = CString::orEmpty(classPath);
-  if (const std::optional<PymReturnT> answer = takeAnswer(_unregisterAnswers)) {
+  if (const std::optional<PymReturnT> answer = _unregisterAnswers.take()) {
     return record(version, "unregister", component, path, *answer);
   }
   if (componentName == nullptr || classPath == nullptr) {
@@ -101,12 +101,12 @@ void ObjectImplementerRegistry::clearCalls() {
 
 void ObjectImplementerRegistry::answerNextRegister(PymReturnT code) {
   std::lock_guard<std::mutex> lock(_mutex);
-  _registerAnswers.push_back(code);
+  _registerAnswers.push(code);
 }
 
 void ObjectImplementerRegistry::answerNextUnregister(PymReturnT code) {
   std::lock_guard<std::mutex> lock(_mutex);
-  _unregisterAnswers.push_back(code);
+  _unregisterAnswers.push(code);
 }
 
 std::vector<PymMgmtSpiInterface_1*> ObjectImplementerRegistry::interfaces() {
@@ -119,7 +119,7 @@ PymReturnT ObjectImplementerRegistry::add(int version, bool argumentsValid, cons
   std::lock_guard<std::mutex> lock(_mutex);
   const std::string component = CString::orEmpty(componentName);
   const std::string path = CString::orEmpty(classPath);
-  if (const std::optional<PymReturnT> answer = takeAnswer(_registerAnswers)) {
+  if (const std::optional<PymReturnT> answer = _registerAnswers.take()) {
     return record(version, "register", component, path, *answer);
   }
   if (!argumentsValid || path.empty() || path[0] != '/') {
@@ -129,13 +129,6 @@ PymReturnT ObjectImplementerRegistry::add(int version, bool argumentsValid, cons
   if (_implementers.count(path) != 0) return record(version, "register", component, path, PymAlreadyExist);
   _implementers[path] = ObjectImplementer{component, managedObject, resource};
   return record(version, "register", component, path, PymOk);
-}
-
-std::optional<PymReturnT> ObjectImplementerRegistry::takeAnswer(std::deque<PymReturnT>& answers) {
-  if (answers.empty()) return std::nullopt;
-  const PymReturnT answer = answers.front();
-  answers.pop_front();
-  return answer;
 }
 
 PymReturnT ObjectImplementerRegistry::record(int version, const char* operation, const std::string& componentName,

@@ -2,9 +2,9 @@
 #define FRAMEWORK_INTERFACE_PORTAL_H
 
 #include <Framework/LogCapture.h>
+#include <Framework/ScriptedAnswers.h>
 #include <PymMgmtSpiPortal.h>
 
-#include <deque>
 #include <mutex>
 #include <set>
 #include <string>
@@ -88,8 +88,8 @@ class InterfacePortal {
   std::vector<Offer> _offers;
   std::vector<PymMgmtSpiComponent_2*> _components;
   std::set<std::string> _withheldPortals;
-  std::deque<PymReturnT> _registerAnswers;
-  mutable std::deque<PymReturnT> _implementationsAnswers;
+  ScriptedAnswers _registerAnswers;
+  mutable ScriptedAnswers _implementationsAnswers;
   unsigned _registerCalls;
   unsigned _unregisterCalls;
 };

@@ -2,10 +2,10 @@
 #define FRAMEWORK_OBJECT_IMPLEMENTER_REGISTRY_H
 
 #include <Framework/InterfacePortal.h>
+#include <Framework/ScriptedAnswers.h>
 #include <PymOamSpiManagedObject.h>
 #include <PymOamSpiTransaction.h>
 
-#include <deque>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -65,7 +65,6 @@ class ObjectImplementerRegistry {
   PymReturnT add(int version, bool argumentsValid, const char* componentName, const char* classPath,
                  const PymOamSpiManagedObject_3* managedObject, const PymOamSpiTransactionalResource_2* resource);
   // The queued answer for the next call of that kind, if any; under the lock.
-  static std::optional<PymReturnT> takeAnswer(std::deque<PymReturnT>& answers);
   PymReturnT record(int version, const char* operation, const std::string& componentName,
                     const std::string& classPath, PymReturnT result);
 
@@ -73,8 +72,8 @@ class ObjectImplementerRegistry {
   mutable std::mutex _mutex;
   std::map<std::string, ObjectImplementer> _implementers;
   std::vector<ImplementerCall> _calls;
-  std::deque<PymReturnT> _registerAnswers;
-  std::deque<PymReturnT> _unregisterAnswers;
+  ScriptedAnswers _registerAnswers;
+  ScriptedAnswers _unregisterAnswers;
 };
 
 }  // namespace Framework
