@@ -1,6 +1,7 @@
 #include "ConfigurationRunnable.h"
 
 #include "LdapModel.h"
+#include "MoAccessor.h"
 
 #include <PymMgmtSpiThreadContext.h>
 #include <Qiv/LoggingWrapper.h>
@@ -8,6 +9,7 @@
 #include <Qiv/QivException.h>
 #include <Qiv/RegularExpression.h>
 
+#include <cassert>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -21,30 +23,127 @@ using namespace LdapModel;
 namespace {
 
 const char THREAD_CONTEXT_INTERFACE[] = "PymMgmtSpiThreadContext";
+const char CRYPTO_INTERFACE[] = "PymMwSpiCrypto";
 const char OPERATOR_MESSAGE_MARKER[] = "@qivnbi@";
 // POSIX regcomp flags REG_EXTENDED | REG_NEWLINE | REG_NOSUB.
 const int PATTERN_OPTIONS = 13;
 const char USE_BUILT_IN_AUTHORIZATION_KEY[] = "useBuiltInAuthorization";
 
+// Every model access of the component uses an exclusive lock and a 60 s transaction time-out.
+const int ACCESSOR_LOCK_POLICY = PymLockPolicyExclusive;
+const int ACCESSOR_TIMEOUT_SECONDS = 60;
+
 struct NodeListRelease {
   void operator()(Poco::XML::NodeList* list) const { list->release(); }
 };
 
+typedef std::unique_ptr<char, decltype(&std::free)> MallocedText;
+
+bool hasInterfaceName(const PymMgmtSpiInterface_1* interface, const char* name) {
+  return interface->interfaceName != nullptr && std::strcmp(interface->interfaceName, name) == 0;
+}
+
+std::string childDn(const std::string& parentDn, const char* rdnName) {
+  return parentDn + "," + rdnName + INSTANCE_SUFFIX;
+}
+
+// Raises a mark for the lifetime of the scope, also when the scope is left by an exception.
+class ScopedMark {
+ public:
+  explicit ScopedMark(bool& mark) : _mark(mark) { _mark = true; }
+  ~ScopedMark() { _mark = false; }
+  ScopedMark(const ScopedMark&) = delete;
+  ScopedMark& operator=(const ScopedMark&) = delete;
+
+ private:
+  bool& _mark;
+};
+
+enum Presence { OPTIONAL, MANDATORY };
+
+// Runs read, one read of dn's attrName; true when it succeeded. A failure is logged (for a
+// mandatory attribute as a warning) and leaves what read would have set unchanged: one bad
+// attribute does not stop the read of the others.
+template <class Read>
+bool guardedRead(const std::string& dn, const char* attrName, Presence presence, Read read) {
+  try {
+    read();
+    return true;
+  } catch (const std::exception& e) {
+    if (presence == MANDATORY) {
+      QIV_LOG(4, "Mandatory attribute '%s,%s' not found!", dn.c_str(), attrName);
+    } else {
+      QIV_LOG(6, "Attribute '%s,%s' not found!", dn.c_str(), attrName);
+    }
+    QIV_TRACE("Reason: %s", e.what());
+    return false;
+  }
+}
+
+// Reads dn's attrName into value; true when a value was read. An optional attribute without
+// value leaves value unchanged and is no failure.
+template <class T>
+bool readAttribute(Qiv::MoAccessor& accessor, const std::string& dn, const char* attrName, Presence presence,
+                   T& value) {
+  bool hasValue = false;
+  guardedRead(dn, attrName, presence, [&] {
+    if (presence == MANDATORY) {
+      value = accessor.getAttr<T>(dn, attrName);
+      hasValue = true;
+      return;
+    }
+    const Qiv::MoAccessor::Optional<T> optional = accessor.getOptionalAttrStrict<T>(dn, attrName);
+    hasValue = optional.hasValue();
+    if (hasValue) value = optional.get();
+  });
+  return hasValue;
+}
+
+// readAttribute of an enumeration, widened to field's type.
+template <class Field>
+bool readEnum(Qiv::MoAccessor& accessor, const std::string& dn, const char* attrName, Presence presence, Field& field) {
+  Qiv::MoAccessor::Enum value;
+  if (!readAttribute(accessor, dn, attrName, presence, value)) return false;
+  field = static_cast<Field>(value.value);
+  return true;
+}
+
+// Runs one step of the Ldap 2.0 migration; false when it failed, logged with what it did.
+template <class Step>
+bool runMigrationStep(const char* what, Step step) {
+  try {
+    step();
+    return true;
+  } catch (const std::exception& e) {
+    QIV_LOG(3, "Caught exception %s. %s", what, e.what());
+    return false;
+  }
+}
+
 }  // namespace
 
 ConfigurationRunnable::ConfigurationRunnable()
-    : _useTlsSet(false), _baseDnSet(false), _ldap20AttributesExist(false), _useQivAuthorization(false) {}
+    : _state(STATE_CREATED),
+      _useTlsSet(false),
+      _baseDnSet(false),
+      _ldap20AttributesExist(false),
+      _ldap20MigrationRunning(false),
+      _tlsDnExists(false),
+      _useQivAuthorization(false) {}
 
 ConfigurationRunnable::~ConfigurationRunnable() = default;
 
 void ConfigurationRunnable::addExternalInterface(PymMgmtSpiInterface_1* interface) {
-  if (interface != nullptr) _externalInterfaces.push_back(interface);
+  if (interface == nullptr) return;
+  _externalInterfaces.push_back(interface);
+  if (hasInterfaceName(interface, CRYPTO_INTERFACE))
+    _crypto.setInterface(reinterpret_cast<PymMwSpiCrypto_1*>(interface));
 }
 
 void ConfigurationRunnable::addMessage(const std::string& text) {
   PymMgmtSpiThreadContext_2* threadContext = nullptr;
   for (PymMgmtSpiInterface_1* interface : _externalInterfaces) {
-    if (interface->interfaceName != nullptr && std::strcmp(interface->interfaceName, THREAD_CONTEXT_INTERFACE) == 0) {
+    if (hasInterfaceName(interface, THREAD_CONTEXT_INTERFACE)) {
       threadContext = reinterpret_cast<PymMgmtSpiThreadContext_2*>(interface);
       break;
     }
@@ -274,6 +373,327 @@ uint16_t ConfigurationRunnable::convertAndValidateInitConfigTimeoutValue(const s
                             LDAP_INIT_CONFIG_TIMEOUT_KEY, value);
   // A silent wrap: 65536 gives 0.
   return static_cast<uint16_t>(value);
+}
+
+int ConfigurationRunnable::readInitialConfiguration() {
+  QIV_TRACE(" >> ");
+  // The read fills a copy and publishes it with one assignment under the mutex, so readers see
+  // the record from before or after the read, never half of one. The mutex is not held across
+  // the read because the migration commits a transaction, and the framework's participants in
+  // it may come back to this object for the record.
+  LdapConfiguration config;
+  {
+    Poco::FastMutex::ScopedLock lock(_configurationMutex);
+    _state = STATE_READING;
+    config = _ldapConfiguration;
+  }
+  std::string nodeCredentialMoRef;
+  std::string trustCategoryMoRef;
+  const int result = readModel(config, nodeCredentialMoRef, trustCategoryMoRef);
+
+  Poco::FastMutex::ScopedLock lock(_configurationMutex);
+  if (result != 0) {
+    _state = STATE_READ_FAILED;
+    QIV_TRACE(" << failed");
+    return -1;
+  }
+  _ldapConfiguration = config;
+  _nodeCredentialMoRef = nodeCredentialMoRef;
+  _trustCategoryMoRef = trustCategoryMoRef;
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+int ConfigurationRunnable::readModel(LdapConfiguration& config, std::string& nodeCredentialMoRef,
+                                     std::string& trustCategoryMoRef) {
+  QIV_TRACE("Reading initial LDAP configuration...");
+  Qiv::MoAccessor accessor(ACCESSOR_LOCK_POLICY, ACCESSOR_TIMEOUT_SECONDS);
+  _ldapAuthenticationMethodDn = accessor.getFirstMoInstance(LDAP_AUTHENTICATION_METHOD_CLASS);
+  if (_ldapAuthenticationMethodDn.empty()) {
+    QIV_LOG(3, "Could not find any instance of ('%s')!", LDAP_AUTHENTICATION_METHOD_CLASS);
+    return -1;
+  }
+  readEnum(accessor, _ldapAuthenticationMethodDn, ADMINISTRATIVE_STATE, MANDATORY, config.administrativeState);
+
+  const std::string ldapDn = ldapMoDn();
+  if (checkLdap20Attributes(accessor, ldapDn, config) != 0) return -1;
+  readLdapAttributes(accessor, ldapDn, config);
+
+  if (!_ldap20AttributesExist && config.configFileInvalid) {
+    QIV_LOG(3, "Failed to parse the AccessManagementComponent configuration file.");
+    return -1;
+  }
+  if (_ldap20AttributesExist) {
+    // The model overrides the component file's port and TLS mode.
+    QIV_TRACE("Reading Ldap 2.0 attributes...");
+    config.tlsMode = STARTTLS;
+    config.serverPort = 0;
+    readEnum(accessor, ldapDn, TLS_MODE, OPTIONAL, config.tlsMode);
+    readAttribute(accessor, ldapDn, SERVER_PORT, OPTIONAL, config.serverPort);
+    readAttribute(accessor, ldapDn, USE_REFERRALS, MANDATORY, config.useReferrals);
+  }
+
+  QIV_TRACE("Reading Filter attributes...");
+  const std::string filterDn = childDn(ldapDn, FILTER_RDN);
+  readAttribute(accessor, filterDn, FILTER, OPTIONAL, config.filter);
+  readAttribute(accessor, filterDn, TYPE, OPTIONAL, config.type);
+  // Read a second time, as the read always has; harmless.
+  readAttribute(accessor, ldapDn, ROLE_ALIASES_BASE_DN, OPTIONAL, config.roleAliasesBaseDn);
+
+  if (_ldap20AttributesExist) {
+    QIV_TRACE("Reading OrbelinFilter attributes...");
+    const std::string orbelinFilterDn = childDn(ldapDn, ORBELIN_FILTER_RDN);
+    readEnum(accessor, orbelinFilterDn, TARGET_BASED_ACCESS_CONTROL, OPTIONAL, config.targetBasedAccessControl);
+    readEnum(accessor, orbelinFilterDn, VERSION, OPTIONAL, config.orbFiltVersion);
+  }
+
+  QIV_TRACE("Reading nodeCredential and trustCategory references...");
+  Qiv::MoAccessor::MoRef reference;
+  if (readAttribute(accessor, ldapDn, NODE_CREDENTIAL, OPTIONAL, reference)) nodeCredentialMoRef = reference.dn;
+  reference = Qiv::MoAccessor::MoRef();
+  if (readAttribute(accessor, ldapDn, TRUST_CATEGORY, OPTIONAL, reference)) trustCategoryMoRef = reference.dn;
+  return 0;
+}
+
+int ConfigurationRunnable::checkLdap20Attributes(Qiv::MoAccessor& accessor, const std::string& ldapDn,
+                                                 LdapConfiguration& config) {
+  QIV_TRACE("Checking if Ldap 2.0 attributes exist...");
+  bool profileFilterSet = false;
+  try {
+    profileFilterSet = accessor.getOptionalAttrStrict<Qiv::MoAccessor::Enum>(ldapDn, PROFILE_FILTER).hasValue();
+  } catch (const std::exception&) {
+    // An older model: port and TLS mode stay those of the component file.
+    QIV_LOG(6, "Ldap 2.0 attribute profileFilter does not exist...");
+    return 0;
+  }
+  _ldap20AttributesExist = true;
+  if (profileFilterSet) {
+    QIV_TRACE("Ldap 2.0 attribute profileFilter exist and has a value set...");
+    return 0;
+  }
+
+  QIV_TRACE("Ldap 2.0 attribute profileFilter has empty value...");
+  Qiv::MoAccessor::Optional<Qiv::MoAccessor::Enum> filterType;
+  try {
+    filterType = accessor.getOptionalAttrStrict<Qiv::MoAccessor::Enum>(ldapDn, FILTER_TYPE);
+  } catch (const std::exception&) {
+    QIV_LOG(4, "Attribute filterType does not exist...");
+    return 0;
+  }
+  if (!filterType.hasValue()) {
+    QIV_TRACE("Both Ldap 2.0 attribute profileFilter and filterType has empty values.");
+    return 0;
+  }
+  QIV_TRACE("Ldap filterType attribute exist and has a value set...");
+  config.filterType = static_cast<FilterType>(filterType.get().value);
+  int result = 0;
+  {
+    const ScopedMark migrationRunning(_ldap20MigrationRunning);
+    result = updateLdap20values(config.filterType, accessor);
+  }
+  if (result != 0) {
+    QIV_LOG(3, "Failed to update new Ldap 2.0 attribute values");
+    return -1;
+  }
+  return 0;
+}
+
+void ConfigurationRunnable::readLdapAttributes(Qiv::MoAccessor& accessor, const std::string& ldapDn,
+                                               LdapConfiguration& config) {
+  QIV_TRACE("Reading Ldap attributes...");
+  readAttribute(accessor, ldapDn, BIND_DN, OPTIONAL, config.bindDn);
+  readBindPassword(accessor, ldapDn, config);
+  readAttribute(accessor, ldapDn, LDAP_IP_ADDRESS, MANDATORY, config.ldapIpAddress);
+  if (readAttribute(accessor, ldapDn, USE_TLS, MANDATORY, config.useTls)) _useTlsSet = true;
+  if (readAttribute(accessor, ldapDn, BASE_DN, MANDATORY, config.baseDn)) _baseDnSet = true;
+  readAttribute(accessor, ldapDn, FALLBACK_LDAP_IP_ADDRESS, OPTIONAL, config.fallbackLdapIpAddress);
+  readAttribute(accessor, ldapDn, USE_TLS_FALLBACK, OPTIONAL, config.useTlsFallback);
+  readAttribute(accessor, ldapDn, TLS_CA_CERTIFICATE, OPTIONAL, config.tlsCaCertificate);
+  readAttribute(accessor, ldapDn, TLS_CLIENT_CERTIFICATE, OPTIONAL, config.tlsClientCertificate);
+  readAttribute(accessor, ldapDn, TLS_CLIENT_KEY, OPTIONAL, config.tlsClientKey);
+  guardedRead(ldapDn, NODE_TYPE, OPTIONAL, [&] {
+    config.nodeType = LdapConfiguration::joinNodeTypes(accessor.getSeqAttr<std::string>(ldapDn, NODE_TYPE));
+  });
+  readAttribute(accessor, ldapDn, ROLE_ALIASES_BASE_DN, OPTIONAL, config.roleAliasesBaseDn);
+  readEnum(accessor, ldapDn, FILTER_TYPE, MANDATORY, config.filterType);
+}
+
+void ConfigurationRunnable::readBindPassword(Qiv::MoAccessor& accessor, const std::string& ldapDn,
+                                             LdapConfiguration& config) {
+  std::string encrypted;
+  guardedRead(ldapDn, BIND_PASSWORD, OPTIONAL, [&] {
+    const Qiv::MoAccessor::Optional<Qiv::MoAccessor::Struct> bindPassword =
+        accessor.getOptionalAttrStrict<Qiv::MoAccessor::Struct>(ldapDn, BIND_PASSWORD);
+    if (bindPassword.hasValue()) encrypted = bindPassword.get().get<std::string>(PASSWORD_MEMBER);
+  });
+  // No structure, or one without a password: there is nothing to decrypt.
+  if (encrypted.empty()) return;
+  std::string clear;
+  if (decryptPw(encrypted, clear) != 0) return;
+  config.bindPassword = clear;
+  QIV_TRACE("Bind password decrypted (length: %d)", static_cast<int>(clear.size()));
+}
+
+std::string ConfigurationRunnable::ldapMoDn() const { return childDn(_ldapAuthenticationMethodDn, LDAP_RDN); }
+
+int ConfigurationRunnable::updateLdap20values(FilterType filterType, Qiv::MoAccessor& accessor) {
+  QIV_TRACE(" >> filterType: %d", static_cast<int>(filterType));
+  int16_t profileFilter = 0;
+  switch (filterType) {
+    case POSIX_GROUPS:
+      profileFilter = 0;
+      break;
+    case ORBELIN:
+      profileFilter = 1;
+      break;
+    case FLEXIBLE:
+      profileFilter = 2;
+      break;
+    default:
+      QIV_LOG(3, "Attribute filterType has an invalid value.");
+      return -1;
+  }
+  const std::string ldapDn = ldapMoDn();
+  bool succeeded = runMigrationStep("when setting profileFilter attribute", [&] {
+    accessor.setAttr(ldapDn, PROFILE_FILTER, Qiv::MoAccessor::Enum(profileFilter));
+  });
+
+  // The component file's port and TLS mode become the model's.
+  const LdapConfiguration fileConfiguration = getLdapConfiguration();
+  if (fileConfiguration.configFileInvalid) {
+    QIV_LOG(3, "Failed to parse the AccessManagementComponent configuration file.");
+    return -1;
+  }
+  succeeded &= runMigrationStep("when setting tlsMode attribute", [&] {
+    accessor.setAttr(ldapDn, TLS_MODE, Qiv::MoAccessor::Enum(static_cast<int16_t>(fileConfiguration.tlsMode)));
+  });
+  succeeded &= runMigrationStep("when setting serverPort attribute", [&] {
+    accessor.setAttr<unsigned short>(ldapDn, SERVER_PORT, fileConfiguration.serverPort);
+  });
+  succeeded &= runMigrationStep("when setting targetType attribute", [&] {
+    accessor.setSeqAttr(USER_MANAGEMENT_DN, TARGET_TYPE, accessor.getSeqAttr<std::string>(ldapDn, NODE_TYPE));
+  });
+  if (filterType == ORBELIN) {
+    const std::string orbelinFilterDn = childDn(ldapDn, ORBELIN_FILTER_RDN);
+    succeeded &= runMigrationStep("when setting targetBasedAccessControl attribute", [&] {
+      accessor.setAttr(orbelinFilterDn, TARGET_BASED_ACCESS_CONTROL, Qiv::MoAccessor::Enum(UNLOCKED));
+    });
+    succeeded &= runMigrationStep("when setting roleAliasesBaseDn attribute", [&] {
+      const Qiv::MoAccessor::Optional<std::string> roleAliasesBaseDn =
+          accessor.getOptionalAttrStrict<std::string>(ldapDn, ROLE_ALIASES_BASE_DN);
+      if (roleAliasesBaseDn.hasValue())
+        accessor.setAttr(orbelinFilterDn, ROLE_ALIASES_BASE_DN, roleAliasesBaseDn.get());
+    });
+  }
+  succeeded &= runMigrationStep("during commit transaction", [&] { accessor.commit(); });
+  QIV_TRACE(" << %s", succeeded ? "updated" : "failed");
+  return succeeded ? 0 : -1;
+}
+
+std::string ConfigurationRunnable::getDnValue(const std::string& classPath) {
+  Qiv::MoAccessor accessor(ACCESSOR_LOCK_POLICY, ACCESSOR_TIMEOUT_SECONDS);
+  const std::string dn = accessor.getFirstMoInstance(classPath);
+  if (dn.empty()) QIV_LOG(4, "Could not find first instance of classpath : %s", classPath.c_str());
+  return dn;
+}
+
+bool ConfigurationRunnable::isUserManagementDnExists() {
+  const std::string dn = getDnValue(USER_MANAGEMENT_CLASS);
+  std::vector<std::string> targetType;
+  if (readTargetType(dn, targetType)) return true;
+  QIV_LOG(4, "UserManagement Dn does not exist %s !", dn.c_str());
+  return false;
+}
+
+std::vector<std::string> ConfigurationRunnable::getTargetType() {
+  const std::string dn = getDnValue(USER_MANAGEMENT_CLASS);
+  std::vector<std::string> targetType;
+  if (!readTargetType(dn, targetType)) QIV_LOG(4, "Unable to get  %s,targetType", dn.c_str());
+  return targetType;
+}
+
+bool ConfigurationRunnable::readTargetType(const std::string& userManagementDn, std::vector<std::string>& targetType) {
+  try {
+    Qiv::MoAccessor accessor(ACCESSOR_LOCK_POLICY, ACCESSOR_TIMEOUT_SECONDS);
+    targetType = accessor.getSeqAttr<std::string>(userManagementDn, TARGET_TYPE);
+    return true;
+  } catch (const std::exception& e) {
+    QIV_TRACE("Reason: %s", e.what());
+    return false;
+  }
+}
+
+void ConfigurationRunnable::initCipher() {
+  const std::string tlsDn = getDnValue(TLS_CLASS);
+  std::string cipherFilter = DEFAULT_CIPHER_FILTER;
+  if (!tlsDn.empty()) {
+    _tlsDnExists = true;
+    cipherFilter = getCipherFilter(tlsDn);
+  }
+  Poco::FastMutex::ScopedLock lock(_configurationMutex);
+  _ldapConfiguration.cipherFilter = cipherFilter;
+}
+
+std::string ConfigurationRunnable::getCipherFilter(const std::string& tlsDn) {
+  assert(_tlsDnExists == true);
+  try {
+    Qiv::MoAccessor accessor(ACCESSOR_LOCK_POLICY, ACCESSOR_TIMEOUT_SECONDS);
+    const Qiv::MoAccessor::Optional<std::string> cipherFilter =
+        accessor.getOptionalAttrStrict<std::string>(tlsDn, CIPHER_FILTER);
+    if (cipherFilter.hasValue()) return cipherFilter.get() + CIPHER_STRENGTH_SUFFIX;
+  } catch (const std::exception& e) {
+    QIV_TRACE("Reason: %s", e.what());
+  }
+  QIV_LOG(4, "Unable to get  %s,cipherFilter, using default cipher filter : %s ", tlsDn.c_str(), DEFAULT_CIPHER_FILTER);
+  return DEFAULT_CIPHER_FILTER;
+}
+
+int ConfigurationRunnable::decryptPw(const std::string& encrypted, std::string& clear) {
+  if (!_crypto.hasInterface()) {
+    QIV_LOG(3, "No crypto service available to decrypt the bind password");
+    return -1;
+  }
+  char* buffer = nullptr;
+  const int result = _crypto.decrypt(encrypted.c_str(), &buffer);
+  // The service may hand a buffer back on failure too; it is released either way.
+  const MallocedText owned(buffer, &std::free);
+  if (result != 0) {
+    QIV_LOG(3, "Failed to decrypt the bind password (%d)", result);
+    return result;
+  }
+  if (owned) clear = owned.get();
+  return result;
+}
+
+void ConfigurationRunnable::releaseCrypto() { _crypto.release(); }
+
+int ConfigurationRunnable::getState() const {
+  Poco::FastMutex::ScopedLock lock(_configurationMutex);
+  return _state;
+}
+
+bool ConfigurationRunnable::isTlsDnExists() const { return _tlsDnExists; }
+
+bool ConfigurationRunnable::isLdap20MigrationRunning() const { return _ldap20MigrationRunning; }
+
+std::string ConfigurationRunnable::getNodeCredentialMoRef() const {
+  Poco::FastMutex::ScopedLock lock(_configurationMutex);
+  return _nodeCredentialMoRef;
+}
+
+std::string ConfigurationRunnable::getTrustCategoryMoRef() const {
+  Poco::FastMutex::ScopedLock lock(_configurationMutex);
+  return _trustCategoryMoRef;
+}
+
+void ConfigurationRunnable::setNodeCredentialMoRef(const std::string& moRef) {
+  Poco::FastMutex::ScopedLock lock(_configurationMutex);
+  _nodeCredentialMoRef = moRef;
+}
+
+void ConfigurationRunnable::setTrustCategoryMoRef(const std::string& moRef) {
+  Poco::FastMutex::ScopedLock lock(_configurationMutex);
+  _trustCategoryMoRef = moRef;
 }
 
 LdapConfiguration ConfigurationRunnable::getLdapConfiguration() {

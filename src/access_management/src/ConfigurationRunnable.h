@@ -5,25 +5,45 @@
 
 #include <PymSpiTypes.h>
 #include <Poco/Mutex.h>
+#include <Qiv/CryptoUtility.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+namespace Qiv {
+class MoAccessor;
+}
+
 namespace QivAccessManagement {
 
-// Owns the component's LDAP configuration: reads it from the component file, validates it and
-// keeps the current record. The record and the configuration state are guarded by the
-// configuration mutex; the marks (useTlsSet, baseDnSet, ldap20AttributesExist) are plain flags.
+// Owns the component's LDAP configuration: reads it from the component file and the model,
+// validates it and keeps the current record. The record, the state and the MO references are
+// guarded by the configuration mutex; the marks (useTlsSet, baseDnSet, ldap20AttributesExist,
+// tlsDnExists, the migration mark) are plain flags.
 class ConfigurationRunnable {
  public:
+  // The thread's progress, as getState() reports it.
+  enum State {
+    STATE_CREATED = 0,
+    STATE_INITIALISED = 1,
+    STATE_READING = 2,
+    STATE_READ_FAILED = 3,
+    STATE_INVALID = 4,
+    STATE_LOOP_RUNNING = 5,
+    STATE_CONFIGURATION_SET = 6,
+    STATE_STOPPING = 7,
+    STATE_STOPPED = 8
+  };
+
   ConfigurationRunnable();
   ~ConfigurationRunnable();
   ConfigurationRunnable(const ConfigurationRunnable&) = delete;
   ConfigurationRunnable& operator=(const ConfigurationRunnable&) = delete;
 
-  // Framework interfaces the runnable may use (the thread context for operator messages).
-  // Borrowed; they must outlive the runnable.
+  // Framework interfaces the runnable may use: the thread context for operator messages and
+  // the crypto service ("PymMwSpiCrypto") for the bind password. Borrowed; they must outlive the
+  // runnable.
   void addExternalInterface(PymMgmtSpiInterface_1* interface);
 
   // Hands text to the operator whose request is served, marked "@qivnbi@", through the
@@ -57,6 +77,49 @@ class ConfigurationRunnable {
   // The start-up time-out: a non-negative integer cut to 16 bits; throws Qiv::QivException.
   uint16_t convertAndValidateInitConfigTimeoutValue(const std::string& text) const;
 
+  // The initial read of the model into the record (state STATE_READING meanwhile): the
+  // administrative state, the Ldap attributes with the migration of a pre-2.0 configuration,
+  // the Filter and OrbelinFilter children and the MO references. A single unreadable attribute
+  // is logged and skipped. 0 when the read completed; -1 (state STATE_READ_FAILED, record
+  // unchanged) when there is no LdapAuthenticationMethod, the migration failed or the component
+  // file is invalid for a model without the Ldap 2.0 attributes.
+  int readInitialConfiguration();
+
+  // Fills the Ldap 2.0 attributes of a configuration that only has the deprecated ones:
+  // profileFilter from filterType, tlsMode and serverPort from the component file, targetType
+  // from nodeType and, for filterType 2, the OrbelinFilter values; commits through accessor.
+  // 0 when every step succeeded.
+  int updateLdap20values(FilterType filterType, Qiv::MoAccessor& accessor);
+
+  // DN of the first instance of classPath (comma form), or "" with a warning.
+  std::string getDnValue(const std::string& classPath);
+  // Whether UserManagement's "targetType" can be read.
+  bool isUserManagementDnExists();
+  // UserManagement's "targetType", empty (after a warning) when it cannot be read.
+  std::vector<std::string> getTargetType();
+
+  // Sets the record's cipher filter from the Tls MO, or to the default when there is none.
+  void initCipher();
+  // The Tls MO's "cipherFilter" + ":@STRENGTH", or the default with a warning. Only once the Tls
+  // MO is known to exist.
+  std::string getCipherFilter(const std::string& tlsDn);
+
+  // Decrypts a stored password with the framework's crypto service: the service's result, -1
+  // without a service; clear is set only on success.
+  int decryptPw(const std::string& encrypted, std::string& clear);
+  // Drops the crypto context; later decryptions fail.
+  void releaseCrypto();
+
+  int getState() const;
+  bool isTlsDnExists() const;
+  // True while the initial read writes the Ldap 2.0 attributes derived from the deprecated ones.
+  bool isLdap20MigrationRunning() const;
+  // DNs of the referenced NodeCredential and TrustCategory ("" when not set).
+  std::string getNodeCredentialMoRef() const;
+  std::string getTrustCategoryMoRef() const;
+  void setNodeCredentialMoRef(const std::string& moRef);
+  void setTrustCategoryMoRef(const std::string& moRef);
+
   // A copy of the current record, taken under the configuration mutex.
   LdapConfiguration getLdapConfiguration();
   uint16_t getInitConfigTimeoutValue() const;
@@ -72,12 +135,30 @@ class ConfigurationRunnable {
   // The result of one rule: its log line as a warning and, with addMessages, its operator text.
   int reportViolation(const std::string& logText, const std::string& operatorText, bool addMessages);
 
-  Poco::FastMutex _configurationMutex;
+  // The steps of readInitialConfiguration on the caller's copy of the record; -1 ends the read.
+  int readModel(LdapConfiguration& config, std::string& nodeCredentialMoRef, std::string& trustCategoryMoRef);
+  // Decides ldap20AttributesExist and migrates a pre-2.0 configuration; -1 when that failed.
+  int checkLdap20Attributes(Qiv::MoAccessor& accessor, const std::string& ldapDn, LdapConfiguration& config);
+  void readLdapAttributes(Qiv::MoAccessor& accessor, const std::string& ldapDn, LdapConfiguration& config);
+  void readBindPassword(Qiv::MoAccessor& accessor, const std::string& ldapDn, LdapConfiguration& config);
+  // The Ldap MO below the LdapAuthenticationMethod instance found by the initial read.
+  std::string ldapMoDn() const;
+  // UserManagement's "targetType"; false when it cannot be read.
+  bool readTargetType(const std::string& userManagementDn, std::vector<std::string>& targetType);
+
+  mutable Poco::FastMutex _configurationMutex;
   LdapConfiguration _ldapConfiguration;
+  int _state;
+  std::string _nodeCredentialMoRef;
+  std::string _trustCategoryMoRef;
+  std::string _ldapAuthenticationMethodDn;
   std::vector<PymMgmtSpiInterface_1*> _externalInterfaces;
+  Qiv::CryptoUtility _crypto;
   bool _useTlsSet;
   bool _baseDnSet;
   bool _ldap20AttributesExist;
+  bool _ldap20MigrationRunning;
+  bool _tlsDnExists;
   bool _useQivAuthorization;
 };
 
