@@ -1,5 +1,7 @@
 #include <Framework/CmRouter.h>
 
+#include <Framework/CmNotification.h>
+
 #include <Framework/CString.h>
 #include <Framework/ManagementFramework.h>
 #include <PymMwSpiLogTrace.h>
@@ -144,8 +146,8 @@ QivOamSpiManagedObject_3 extendedTable = {{"QivOamSpiExtCmRouterService", "QivOa
 
 }  // namespace
 
-CmRouter::CmRouter(ModelStore& model, TransactionService& transactions, LogCapture& log)
-    : _model(model), _transactions(transactions), _log(log), _nextIterator(1) {
+CmRouter::CmRouter(ModelStore& model, TransactionService& transactions, EventRouter& events, LogCapture& log)
+    : _model(model), _transactions(transactions), _events(events), _log(log), _nextIterator(1) {
   _transactions.setObserver(this);
 }
 
@@ -280,10 +282,25 @@ void CmRouter::transactionCommitting(unsigned long txHandle) {
     _log.record(PymLogError, "commit",
                 "transaction " + std::to_string(txHandle) + ": the model no longer has what it wrote (" +
                     std::to_string(applied) + ")");
+    return;
   }
+  _committed[txHandle] = found->second;
 }
 
 void CmRouter::transactionEnded(unsigned long txHandle) {
+  ModelStore::Changes committed;
+  {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto found = _committed.find(txHandle);
+    if (found != _committed.end()) {
+      committed.swap(found->second);
+      _committed.erase(found);
+    }
+  }
+  // Announced without the lock: consumers may read the model through the router.
+  const CmNotification notification(_model, txHandle, committed);
+  if (!notification.empty()) _events.deliver(notification.get());
+
   std::lock_guard<std::mutex> lock(_mutex);
   _pending.erase(txHandle);
   _kept.erase(txHandle);

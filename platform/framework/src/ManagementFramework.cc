@@ -28,10 +28,11 @@ ManagementFramework::ManagementFramework(const Options& options) {
     _transactions = std::make_unique<TransactionService>(*_threadContext, _log);
     _portal = std::make_unique<InterfacePortal>(_log);
     _objectImplementers = std::make_unique<ObjectImplementerRegistry>(*_portal);
-    _cmRouter = std::make_unique<CmRouter>(*_model, *_transactions, _log);
+    _eventRouter = std::make_unique<EventRouter>(_log);
+    _cmRouter = std::make_unique<CmRouter>(*_model, *_transactions, *_eventRouter, _log);
     for (const auto& tables : {LogCapture::interfaces(), CryptoService::interfaces(), ThreadContext::interfaces(),
                                TransactionService::interfaces(), ObjectImplementerRegistry::interfaces(),
-                               CmRouter::interfaces(), InterfacePortal::interfaces()}) {
+                               CmRouter::interfaces(), EventRouter::interfaces(), InterfacePortal::interfaces()}) {
       for (PymMgmtSpiInterface_1* table : tables) _portal->addInterface(table);
     }
   } catch (...) {
@@ -57,6 +58,8 @@ ModelStore& ManagementFramework::model() { return *_model; }
 InterfacePortal& ManagementFramework::portal() { return *_portal; }
 
 CmRouter& ManagementFramework::cmRouter() { return *_cmRouter; }
+
+EventRouter& ManagementFramework::eventRouter() { return *_eventRouter; }
 
 TransactionService& ManagementFramework::transactions() { return *_transactions; }
 

@@ -1,6 +1,7 @@
 #ifndef FRAMEWORK_CM_ROUTER_H
 #define FRAMEWORK_CM_ROUTER_H
 
+#include <Framework/EventRouter.h>
 #include <Framework/LogCapture.h>
 #include <Framework/ModelStore.h>
 #include <Framework/TransactionObserver.h>
@@ -19,10 +20,11 @@ namespace Framework {
 
 // The CM router over the model: reads see committed values, plus a transaction's pending writes
 // when given its handle; writes wait in their transaction until it commits. Every write passes
-// through write(), the one place where routing to object implementers belongs. Thread-safe.
+// through write(), the one place where routing to object implementers belongs. What a
+// transaction committed reaches the event router's consumers once it has ended. Thread-safe.
 class CmRouter : public TransactionObserver {
  public:
-  CmRouter(ModelStore& model, TransactionService& transactions, LogCapture& log);
+  CmRouter(ModelStore& model, TransactionService& transactions, EventRouter& events, LogCapture& log);
   ~CmRouter() override;
   CmRouter(const CmRouter&) = delete;
   CmRouter& operator=(const CmRouter&) = delete;
@@ -85,9 +87,12 @@ class CmRouter : public TransactionObserver {
 
   ModelStore& _model;
   TransactionService& _transactions;
+  EventRouter& _events;
   LogCapture& _log;
   mutable std::mutex _mutex;
   std::map<unsigned long, ModelStore::Changes> _pending;
+  // Applied to the model, to be announced when the transaction has ended.
+  std::map<unsigned long, ModelStore::Changes> _committed;
   std::map<unsigned long, std::vector<ValueCodec::ContainerPtr>> _kept;
   std::map<unsigned long long, Iterator> _iterators;
   unsigned long long _nextIterator;

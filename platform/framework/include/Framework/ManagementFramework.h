@@ -3,6 +3,7 @@
 
 #include <Framework/CmRouter.h>
 #include <Framework/CryptoService.h>
+#include <Framework/EventRouter.h>
 #include <Framework/InterfacePortal.h>
 #include <Framework/LogCapture.h>
 #include <Framework/ModelStore.h>
@@ -57,6 +58,7 @@ class ManagementFramework {
   ModelStore& model();
   InterfacePortal& portal();
   CmRouter& cmRouter();
+  EventRouter& eventRouter();
   TransactionService& transactions();
   ObjectImplementerRegistry& objectImplementers();
   ThreadContext& threadContext();
@@ -69,6 +71,7 @@ class ManagementFramework {
   std::unique_ptr<ThreadContext> _threadContext;
   std::unique_ptr<TransactionService> _transactions;
   std::unique_ptr<ObjectImplementerRegistry> _objectImplementers;
+  std::unique_ptr<EventRouter> _eventRouter;
   std::unique_ptr<CmRouter> _cmRouter;
   std::unique_ptr<InterfacePortal> _portal;
 };

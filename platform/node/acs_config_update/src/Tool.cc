@@ -1,0 +1,67 @@
+#include "Tool.h"
+
+#include <filesystem>
+#include <thread>
+
+namespace AcsConfigUpdate {
+
+namespace {
+
+const char kUsage[] =
+    "Usage: acs-config-update --help\n"
+    "       acs-config-update --register <method> -f <file>\n"
+    "       acs-config-update --deregister <method>\n"
+    "Registers an authentication method with the security framework.\n"
+    "Methods: LdapAuthenticationMethod\n";
+
+// The name scripts use: "help", "register" or "deregister"; empty for anything else.
+std::string subcommandOf(const std::vector<std::string>& args) {
+  if (args.empty()) return std::string();
+  const std::string& first = args.front();
+  return first == "--help" || first == "--register" || first == "--deregister" ? first.substr(2) : std::string();
+}
+
+}  // namespace
+
+Tool::Tool(const ToolHome& home) : _home(home) {}
+
+int Tool::run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) const {
+  const std::string subcommand = subcommandOf(args);
+  if (!subcommand.empty()) {
+    std::this_thread::sleep_for(_home.delay(subcommand));
+    int status = 0;
+    if (_home.answerAsScripted(subcommand, out, err, status)) return status;
+  }
+  if (subcommand == "help" && args.size() == 1) {
+    out << kUsage;
+    return 0;
+  }
+  if (subcommand == "register" && args.size() == 4 && args[2] == "-f") return registerMethod(args[1], args[3], err);
+  if (subcommand == "deregister" && args.size() == 2) return deregisterMethod(args[1], err);
+  err << kUsage;
+  return 2;
+}
+
+int Tool::registerMethod(const std::string& method, const std::string& configFile, std::ostream& err) const {
+  if (!isKnownMethod(method, err)) return 1;
+  if (!std::filesystem::is_regular_file(configFile)) {
+    err << "acs-config-update: cannot read configuration file " << configFile << '\n';
+    return 1;
+  }
+  _home.keepRegistration(method, configFile);
+  return 0;
+}
+
+int Tool::deregisterMethod(const std::string& method, std::ostream& err) const {
+  if (!isKnownMethod(method, err)) return 1;
+  _home.clearRegistration(method);
+  return 0;
+}
+
+bool Tool::isKnownMethod(const std::string& method, std::ostream& err) {
+  if (method == "LdapAuthenticationMethod") return true;
+  err << "acs-config-update: unknown method " << method << '\n';
+  return false;
+}
+
+}  // namespace AcsConfigUpdate

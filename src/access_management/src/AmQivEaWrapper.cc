@@ -1,0 +1,246 @@
+#include "AmQivEaWrapper.h"
+
+#include "AmQivEaWrapperTimeout.h"
+
+#include <Poco/Error.h>
+#include <Poco/Pipe.h>
+#include <Poco/PipeStream.h>
+#include <Poco/Process.h>
+#include <Poco/RegularExpression.h>
+#include <Poco/StreamCopier.h>
+#include <Qiv/LoggingWrapper.h>
+#include <Qiv/QivException.h>
+#include <Qiv/Timer.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <iterator>
+#include <limits>
+#include <sstream>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <unistd.h>
+
+namespace QivAccessManagement {
+
+namespace {
+
+const char PROGRAM[] = "qivea";
+const std::size_t PIPE_READ_BUFFER_SIZE = 8192;
+const int GENERIC_FAILURE = -1;
+const int QIVEA_TIMEOUT = -11;
+
+// PymReturnT of the exit statuses 0..8.
+const int EXIT_STATUS_CODES[] = {0, -1, -2, -1, -1, -1, -1, -1, -9};
+// The failure codes invoke hands out; any other becomes GENERIC_FAILURE.
+const int FAILURE_CODES[] = {-1, -2, -4, -6, -8, -9, -11};
+// Poco reports a child ended by a signal as this plus the signal number.
+const int SIGNAL_STATUS_BASE = 256;
+
+const char UNKNOWN_COMMAND[] = "unknown command";
+const char PASSWORD_PATTERN[] = "(--bind-password=|--bindPassword=)[^ \\r\\n]*";
+const char PASSWORD_REPLACEMENT[] = "$1****";
+
+bool traceEnabled() { return Qiv::LoggingWrapper::isEnabled(Qiv::LoggingWrapper::TRACE); }
+
+// Raised on the launching thread only while Poco forks; the child sees it in its copy.
+thread_local bool launchingQivea = false;
+
+// The child joins a process group of its own before exec as well: the parent's setpgid fails
+// (EACCES) once the child has exec'd, and the watchdog would then have no group to kill.
+void joinOwnProcessGroup() {
+  if (launchingQivea) setpgid(0, 0);
+}
+
+// Marks the forks of one launch for joinOwnProcessGroup.
+class OwnProcessGroupLaunch {
+ public:
+  OwnProcessGroupLaunch() {
+    // Without the handler the parent's setpgid alone moves the child, nearly always in time.
+    static const int registered = pthread_atfork(nullptr, nullptr, &joinOwnProcessGroup);
+    static_cast<void>(registered);
+    launchingQivea = true;
+  }
+  ~OwnProcessGroupLaunch() { launchingQivea = false; }
+  OwnProcessGroupLaunch(const OwnProcessGroupLaunch&) = delete;
+  OwnProcessGroupLaunch& operator=(const OwnProcessGroupLaunch&) = delete;
+};
+
+Poco::ProcessHandle launch(const std::vector<std::string>& args, Poco::Pipe& outPipe, Poco::Pipe& errPipe) {
+  OwnProcessGroupLaunch mark;
+  return Poco::Process::launch(PROGRAM, args, nullptr, &outPipe, &errPipe);
+}
+
+// The parent's half of the move; a child left in the caller's group is reported, since the
+// watchdog could not kill it.
+void moveIntoOwnProcessGroup(int pid) {
+  if (setpgid(pid, 0) == 0) return;
+  const int error = errno;
+  if (getpgid(pid) != pid) {
+    QIV_LOG(4, "Could not move QIV-EA process %d into a process group of its own: %s", pid,
+            Poco::Error::getMessage(error).c_str());
+  }
+}
+
+// The launched child, reaped exactly once. A call left before the wait (an exception) kills
+// the child's group first, so that neither the child nor its zombie outlives the call.
+class LaunchedChild {
+ public:
+  explicit LaunchedChild(const Poco::ProcessHandle& handle) : _handle(handle), _waited(false) {}
+  ~LaunchedChild() {
+    if (_waited) return;
+    const int pid = _handle.id();
+    if (::kill(-pid, SIGKILL) != 0) ::kill(pid, SIGKILL);
+    try {
+      _handle.wait();
+    } catch (...) {
+      // Already reaped by someone else; nothing is left to release.
+    }
+  }
+  LaunchedChild(const LaunchedChild&) = delete;
+  LaunchedChild& operator=(const LaunchedChild&) = delete;
+
+  int id() const { return _handle.id(); }
+
+  // The Poco wait result: the exit status, or SIGNAL_STATUS_BASE + signal. Marked first: a
+  // wait that throws found no child to reap, and the pid must not be signalled afterwards.
+  int wait() {
+    _waited = true;
+    return _handle.wait();
+  }
+
+ private:
+  Poco::ProcessHandle _handle;
+  bool _waited;
+};
+
+std::string readAll(const Poco::Pipe& pipe) {
+  Poco::PipeInputStream stream(pipe);
+  std::string text;
+  Poco::StreamCopier::copyToString(stream, text, PIPE_READ_BUFFER_SIZE);
+  return text;
+}
+
+// Qiv::Timer counts in long, which is 32 bits on the node.
+long timerInterval(unsigned timeoutMs) {
+  return static_cast<long>(std::min<unsigned long>(timeoutMs, std::numeric_limits<long>::max()));
+}
+
+int allowedFailureCode(int code) {
+  const bool allowed = std::find(std::begin(FAILURE_CODES), std::end(FAILURE_CODES), code) != std::end(FAILURE_CODES);
+  return allowed ? code : GENERIC_FAILURE;
+}
+
+}  // namespace
+
+int AmQivEaWrapper::invoke(const std::vector<std::string>& args, std::string& output, unsigned timeoutMs) const {
+  Poco::Pipe outPipe;
+  Poco::Pipe errPipe;
+  AmQivEaWrapperTimeout timeout;
+  Qiv::Timer timer(timerInterval(timeoutMs), 0);
+  auto masked = [this](std::string text) {
+    hidePassword(text);
+    return text;
+  };
+
+  if (traceEnabled()) QIV_TRACE("Invoking: qivea %s", serialize(args).c_str());
+  LaunchedChild child(launch(args, outPipe, errPipe));
+  moveIntoOwnProcessGroup(child.id());
+  timeout.setProcessId(child.id());
+  QIV_TRACE("Launch QIV-EA process with pid %d", child.id());
+  timer.start(Qiv::TimerCallback<AmQivEaWrapperTimeout>(timeout, &AmQivEaWrapperTimeout::onTimer));
+
+  // The pipes are read only once the child ended: a child that fills one blocks until killed.
+  const int status = child.wait();
+  QIV_TRACE("QIV-EA process return value: %d", status);
+  if (status == 0) {
+    if (timeout.isExpired()) return QIVEA_TIMEOUT;
+    timer.stop();
+    std::string printed = readAll(outPipe);
+    if (!printed.empty() && traceEnabled()) QIV_TRACE("%s", masked(printed).c_str());
+    output.swap(printed);
+    return 0;
+  }
+
+  const std::string errorText = readAll(errPipe);
+  if (!errorText.empty()) {
+    // An older qivea lacking a command is only worth a warning.
+    const int level = errorText.find(UNKNOWN_COMMAND) != std::string::npos ? 4 : 3;
+    QIV_LOG(level, "%s", masked(errorText).c_str());
+  }
+  if (timeout.isExpired() && status == SIGNAL_STATUS_BASE + SIGKILL) return QIVEA_TIMEOUT;
+  if (status > SIGNAL_STATUS_BASE) {
+    QIV_LOG(3, "QIV-EA process %d was ended by signal %d", child.id(), status - SIGNAL_STATUS_BASE);
+  }
+  return allowedFailureCode(map_qivea_rc_to_qiv_rc(status));
+}
+
+int AmQivEaWrapper::getQiveaSpiRevision(std::string& revision, unsigned timeoutMs) const {
+  QIV_TRACE(" >> ");
+  const int result = invoke({"spi-revision"}, revision, timeoutMs);
+  QIV_TRACE(" << qivea spi-revision returned: '%s'", revision.c_str());
+  return result;
+}
+
+int AmQivEaWrapper::getQivPsoClearPath(std::string& path) const {
+  QIV_TRACE(" >> ");
+  const int result = invoke({"pso", "clear"}, path, PSO_CLEAR_PATH_TIMEOUT_MS);
+  path.erase(std::remove(path.begin(), path.end(), '\n'), path.end());
+  QIV_TRACE(" << qivea pso clear returned: '%s'", path.c_str());
+  return result;
+}
+
+int AmQivEaWrapper::authorizationLdap(const std::string& arguments, std::string& roles, unsigned timeoutMs) const {
+  if (traceEnabled()) {
+    std::string shown(arguments);
+    hidePassword(shown);
+    QIV_TRACE(" >> %s", shown.c_str());
+  }
+  const int result = invoke({"authorization", "ldap", "search", arguments}, roles, timeoutMs);
+  QIV_TRACE(" << User has the following roles: '%s'", roles.c_str());
+  return result;
+}
+
+void AmQivEaWrapper::configureAuthentication(const std::vector<std::string>& args, unsigned timeoutMs) const {
+  const std::string commandLine = serialize(args);
+  QIV_TRACE(" >> %s timeout (ms): %u", commandLine.c_str(), timeoutMs);
+  std::string output;
+  const int result = invoke(args, output, timeoutMs);
+  if (result != 0) {
+    QIV_LOG(3, "Failed to invoke QIV-EA, return code: %d", result);
+    throw Qiv::QivException("Failed to invoke: qivea %s, result: %d", commandLine.c_str(), result);
+  }
+  QIV_TRACE(" << Succeeded to set authentication '%s'", commandLine.c_str());
+}
+
+std::string AmQivEaWrapper::serialize(const std::vector<std::string>& args) const {
+  std::ostringstream line;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (i > 0) line << ' ';
+    line << args[i];
+  }
+  std::string text = line.str();
+  hidePassword(text);
+  return text;
+}
+
+void AmQivEaWrapper::hidePassword(std::string& text) const {
+  static const Poco::RegularExpression password(PASSWORD_PATTERN);
+  password.subst(text, PASSWORD_REPLACEMENT, Poco::RegularExpression::RE_GLOBAL);
+}
+
+int AmQivEaWrapper::map_qivea_rc_to_qiv_rc(int rc) const {
+  // Unsigned, so that a negative status falls outside the table too.
+  const unsigned index = static_cast<unsigned>(rc);
+  return index < std::size(EXIT_STATUS_CODES) ? EXIT_STATUS_CODES[index] : GENERIC_FAILURE;
+}
+
+bool isIPv6(const std::string& address) {
+  in6_addr parsed;
+  return inet_pton(AF_INET6, address.c_str(), &parsed) == 1;
+}
+
+}  // namespace QivAccessManagement

@@ -1,0 +1,52 @@
+#ifndef QIV_ACCESS_MANAGEMENT_AM_QIV_EA_WRAPPER_H
+#define QIV_ACCESS_MANAGEMENT_AM_QIV_EA_WRAPPER_H
+
+#include <string>
+#include <vector>
+
+namespace QivAccessManagement {
+
+// Runs the node's external adaptation program "qivea" as a child process, the only way the
+// component talks to it, and maps its exit status to PymReturnT codes. Stateless: every
+// operation is const, any object will do, and concurrent calls are independent. Every command
+// line it logs has its bind passwords masked.
+class AmQivEaWrapper {
+ public:
+  // Time-out of getQivPsoClearPath.
+  static constexpr unsigned PSO_CLEAR_PATH_TIMEOUT_MS = 5000;
+
+  // Runs "qivea" (found on PATH) with args and blocks until it ended; a child still running
+  // after timeoutMs is killed together with its whole process group. Results: 0 with output
+  // replaced by what the child printed on standard output; -11 when the time-out fired; else
+  // the mapped exit status (-1, -2, -9), with the child's standard error logged (a warning for
+  // "unknown command", an error otherwise) and output untouched. Nothing (descriptor, thread,
+  // child) outlives the call. Exceptions of the process library (no process could be started)
+  // pass to the caller.
+  int invoke(const std::vector<std::string>& args, std::string& output, unsigned timeoutMs) const;
+
+  // "qivea spi-revision": revision gets the printed text, line end included.
+  int getQiveaSpiRevision(std::string& revision, unsigned timeoutMs) const;
+  // "qivea pso clear": path gets the printed directory with every line feed removed.
+  int getQivPsoClearPath(std::string& path) const;
+  // "qivea authorization ldap search <arguments>", arguments being one single argument
+  // (" --userId=... --filterType=..."); roles gets the comma-separated role names.
+  int authorizationLdap(const std::string& arguments, std::string& roles, unsigned timeoutMs) const;
+  // Runs args (an "authentication ..." command line) and discards the output. Throws
+  // Qiv::QivException, with the masked command line and the result, when the result is not 0.
+  void configureAuthentication(const std::vector<std::string>& args, unsigned timeoutMs) const;
+
+  // args joined by single blanks, bind passwords masked; for logs and exception texts only.
+  std::string serialize(const std::vector<std::string>& args) const;
+  // Replaces the value of every "--bind-password=" and "--bindPassword=" option (up to the next
+  // blank, carriage return or line feed) by "****".
+  void hidePassword(std::string& text) const;
+  // PymReturnT of a qivea exit status: 0 -> 0, 2 -> -2, 8 -> -9, anything else -> -1.
+  int map_qivea_rc_to_qiv_rc(int rc) const;
+};
+
+// True when address is the text of an IPv6 address (no brackets, no port).
+bool isIPv6(const std::string& address);
+
+}  // namespace QivAccessManagement
+
+#endif

@@ -1,0 +1,90 @@
+#ifndef TEST_QIVEA_STAND_IN_H
+#define TEST_QIVEA_STAND_IN_H
+
+#include "CallRecord.h"
+#include "ScopedEnvironmentVariable.h"
+
+#include <Poco/File.h>
+#include <Poco/TemporaryFile.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+// The "qivea" stand-in first on PATH, with a fresh QIVEA_HOME, while the object lives: reads the
+// calls it recorded and scripts its answers ("qivea --help" tells the files).
+class QiveaStandIn {
+ public:
+  // programDirectory holds the built qivea.
+  explicit QiveaStandIn(const std::string& programDirectory)
+      : _path("PATH", programDirectory + ":" + currentPath()), _homeVariable("QIVEA_HOME", home()) {
+    Poco::File(home()).createDirectories();
+  }
+
+  std::string home() const { return _root.path() + "/home"; }
+
+  // Every call's arguments, word for word, in the order of the calls.
+  std::vector<std::vector<std::string>> calls() const {
+    std::vector<std::string> names;
+    const Poco::File directory(home() + "/calls");
+    if (directory.exists()) directory.list(names);
+    // Hidden names are calls still being written.
+    names.erase(std::remove_if(names.begin(), names.end(), [](const std::string& name) { return name[0] == '.'; }),
+                names.end());
+    std::sort(names.begin(), names.end());
+    std::vector<std::vector<std::string>> result;
+    for (const std::string& name : names) {
+      result.push_back(parseCallRecord(read("calls/" + name)));
+    }
+    return result;
+  }
+
+  // Adds file (with content) to the script of key, the first word or the first two words of a
+  // command line: "stdout", "stderr", "exit", "delay-ms", "hang", "grandchild", "stdout-bytes",
+  // "unknown-command", "leave-group", "signal".
+  void script(const std::string& key, const std::string& file, const std::string& content = "") const {
+    Poco::File(home() + "/script/" + key).createDirectories();
+    write("script/" + key + "/" + file, content);
+  }
+
+  // The answer of key: these texts and this exit status, nothing else.
+  void answer(const std::string& key, int exitStatus, const std::string& standardOutput,
+              const std::string& standardError = "") const {
+    script(key, "stdout", standardOutput);
+    script(key, "stderr", standardError);
+    script(key, "exit", std::to_string(exitStatus));
+  }
+
+  // Users for "authorization ldap search", one "user:role1,role2" line each.
+  void setUsers(const std::string& lines) const { write("users", lines); }
+
+  // The configuration the last applied "authentication" command left, "" when none was.
+  std::string authenticationState() const { return read("authentication.state"); }
+
+  // Pid of the grandchild the last script started, 0 when none did.
+  int grandchildPid() const { return std::atoi(read("grandchild.pid").c_str()); }
+
+ private:
+  static std::string currentPath() {
+    const char* path = std::getenv("PATH");
+    return path != nullptr ? path : "/usr/bin:/bin";
+  }
+
+  std::string read(const std::string& name) const {
+    std::ifstream file(home() + "/" + name, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  }
+
+  void write(const std::string& name, const std::string& text) const {
+    std::ofstream(home() + "/" + name, std::ios::binary) << text;
+  }
+
+  Poco::TemporaryFile _root;
+  ScopedEnvironmentVariable _path;
+  ScopedEnvironmentVariable _homeVariable;
+};
+
+#endif
