@@ -4,15 +4,19 @@
 #include <cstdlib>
 #include <string>
 
-// Sets an environment variable while the object lives, then restores the earlier value or
-// removes the variable. Only while no other thread reads the environment.
+// Sets (or removes) an environment variable while the object lives, then restores the earlier
+// value or removes the variable. Only while no other thread reads the environment.
 class ScopedEnvironmentVariable {
  public:
   ScopedEnvironmentVariable(const std::string& name, const std::string& value) : _name(name) {
-    const char* earlier = std::getenv(name.c_str());
-    _wasSet = earlier != nullptr;
-    if (_wasSet) _earlier = earlier;
+    remember();
     ::setenv(name.c_str(), value.c_str(), 1);
+  }
+
+  // Removes the variable.
+  explicit ScopedEnvironmentVariable(const std::string& name) : _name(name) {
+    remember();
+    ::unsetenv(name.c_str());
   }
 
   ~ScopedEnvironmentVariable() {
@@ -27,6 +31,12 @@ class ScopedEnvironmentVariable {
   ScopedEnvironmentVariable& operator=(const ScopedEnvironmentVariable&) = delete;
 
  private:
+  void remember() {
+    const char* earlier = std::getenv(_name.c_str());
+    _wasSet = earlier != nullptr;
+    if (_wasSet) _earlier = earlier;
+  }
+
   std::string _name;
   bool _wasSet;
   std::string _earlier;

@@ -1,6 +1,7 @@
 #ifndef QIV_ACCESS_MANAGEMENT_CONFIGURATION_RUNNABLE_H
 #define QIV_ACCESS_MANAGEMENT_CONFIGURATION_RUNNABLE_H
 
+#include "AmQivEaWrapper.h"
 #include "LdapConfiguration.h"
 
 #include <PymSpiTypes.h>
@@ -126,6 +127,32 @@ class ConfigurationRunnable {
   // True when role queries use the component's own LDAP client.
   bool getUseQivAuthorization() const;
 
+  // Applying a configuration through the adaptation command. The command line built last, kept
+  // from the dry run of a transaction's prepare until its commit.
+  // Builds the "authentication ldap --prepare ..." command line for config into ldapCommandArgs.
+  void prepareLdapCommand(const LdapConfiguration& config);
+  // The dry run ("--prepare"): 0, or -6 when qivea refused or could not be run.
+  int prepareUpdateConfiguration(const LdapConfiguration& config);
+  // The real command (the prepared line without "--prepare", or the default method when
+  // LOCKED), with the bind password in the password file when qivea takes one: 0 or -7.
+  int updateConfiguration(const LdapConfiguration& config);
+  // Switches the node to the default method: 0 or -7.
+  int setDefaultConfiguration();
+  // Removes the first element equal to text.
+  static void eraseArgument(std::vector<std::string>& args, const std::string& text);
+  // "--tls-mode=LDAPS" for LDAPS, empty for STARTTLS (qivea's default).
+  static std::string getTextForTlsMode(TlsMode mode);
+  // Sets what qivea accepts from its SPI revision ("1.0.0" when it cannot be asked).
+  void setQiveaCapabilities();
+  // Asks qivea whether it takes "--tls-mode=LDAPS"; false (logged) when it refuses.
+  bool probeTlsMode();
+  // The probe's answer, once the configuration has been read; false before.
+  bool getQiveaTlsModeSupport() const;
+  // True once the initial read has ended (failed, looping or done).
+  bool hasReadConfiguration() const;
+  std::vector<std::string> getLdapCommandArgs() const;
+  const std::string& getPasswordFilePath() const;
+
   void setUseTlsSet(bool set);
   void setBaseDnSet(bool set);
   void setLdap20AttributesExist(bool exist);
@@ -146,7 +173,15 @@ class ConfigurationRunnable {
   // UserManagement's "targetType"; false when it cannot be read.
   bool readTargetType(const std::string& userManagementDn, std::vector<std::string>& targetType);
 
-  mutable Poco::FastMutex _configurationMutex;
+  // One URI argument of the command line for address.
+  std::string uriArgument(const std::string& address, const LdapConfiguration& config) const;
+  // Sends args through qivea's "authentication" command; throws Qiv::QivException.
+  void sendAuthentication(const std::vector<std::string>& args) const;
+  // Writes the bind password for qivea, readable by the owner only; false when that failed.
+  bool writePasswordFile(const std::string& password) const;
+
+  // Recursive: applying a configuration hands the record on under this lock.
+  mutable Poco::Mutex _configurationMutex;
   LdapConfiguration _ldapConfiguration;
   int _state;
   std::string _nodeCredentialMoRef;
@@ -160,6 +195,15 @@ class ConfigurationRunnable {
   bool _ldap20MigrationRunning;
   bool _tlsDnExists;
   bool _useQivAuthorization;
+  AmQivEaWrapper _qivEa;
+  std::vector<std::string> _ldapCommandArgs;
+  const std::string _passwordFilePath;
+  bool _passwordFileSupported;
+  bool _cipherFilterSupported;
+  bool _caCertDirSupported;
+  bool _useReferralsSupported;
+  bool _tlsModeSupported;
+  bool _tlsModeProbed;
 };
 
 }  // namespace QivAccessManagement
