@@ -9,12 +9,15 @@
 #include <Qiv/QivException.h>
 #include <Qiv/RegularExpression.h>
 
+#include <Poco/Exception.h>
+
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cassert>
 #include <cstdio>
 #include <cstdlib>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -161,7 +164,14 @@ ConfigurationRunnable::ConfigurationRunnable()
       _caCertDirSupported(false),
       _useReferralsSupported(false),
       _tlsModeSupported(false),
-      _tlsModeProbed(false) {}
+      _tlsModeProbed(false),
+      _portal(nullptr),
+      _hasComponentConfiguration(false),
+      _startUpCondition(nullptr),
+      _startUpMutex(nullptr),
+      _secApiOpRunning(false),
+      _initialConfigurationSet(false),
+      _usingSecAaFramework(false) {}
 
 ConfigurationRunnable::~ConfigurationRunnable() = default;
 
@@ -907,6 +917,274 @@ std::vector<std::string> ConfigurationRunnable::getLdapCommandArgs() const {
 }
 
 const std::string& ConfigurationRunnable::getPasswordFilePath() const { return _passwordFilePath; }
+
+int ConfigurationRunnable::init(QivMgmtSpiInterfacePortal_1* portal, const std::string& ldapAuthenticationMethodDn,
+                                const char* config) {
+  if (portal == nullptr || ldapAuthenticationMethodDn.empty()) {
+    QIV_TRACE("Invalid arguments");
+    return -1;
+  }
+  _portal = portal;
+  _ldapAuthenticationMethodDn = ldapAuthenticationMethodDn;
+  _hasComponentConfiguration = config != nullptr;
+  _componentConfiguration = config != nullptr ? config : "";
+  initCipher();
+  setQiveaCapabilities();
+  setState(STATE_INITIALISED);
+  return 0;
+}
+
+int ConfigurationRunnable::readComponentConfiguration() {
+  return readComponentConfiguration(_hasComponentConfiguration ? _componentConfiguration.c_str() : nullptr);
+}
+
+void ConfigurationRunnable::setStartUpCondition(Poco::Condition* condition, Poco::FastMutex* mutex) {
+  _startUpCondition = condition;
+  _startUpMutex = mutex;
+}
+
+void ConfigurationRunnable::run() {
+  QIV_TRACE(" >> ");
+  try {
+    if (getState() != STATE_INITIALISED || _portal == nullptr) {
+      QIV_LOG(3, "Not initialized!");
+      return;
+    }
+    // A configuration that cannot be read gives no start-up signal: start-up then times out.
+    if (readInitialConfiguration() != 0) return;
+    subscribeCertificates();
+    applyInitialConfiguration();
+    signalStartUp();
+    serveEvents();
+  } catch (const Qiv::QivException& e) {
+    QIV_LOG(3, "FATAL QivException: %s", e.what());
+  } catch (const std::exception& e) {
+    QIV_LOG(3, "FATAL std Exception: %s", e.what());
+  } catch (...) {
+    QIV_LOG(3, "FATAL unknown exception!");
+  }
+  QIV_TRACE(" << ");
+}
+
+void ConfigurationRunnable::subscribeCertificates() {
+  const std::string nodeCredential = getNodeCredentialMoRef();
+  const std::string trustCategory = getTrustCategoryMoRef();
+  if (nodeCredential.empty() && trustCategory.empty()) {
+    QIV_TRACE("NodeCred Mo Ref and TrustCat Mo Ref not set in initial configuration");
+  } else if (nodeCredential.empty() || trustCategory.empty()) {
+    QIV_LOG(4, "NodeCred Mo Ref or TrustCat Mo Ref not set in initial configuration");
+  } else if (!_secApi.isAvailable()) {
+    QIV_LOG(4, "Sec Api is not available");
+  } else if (_secApi.subscribe(nodeCredential, trustCategory) == -1) {
+    QIV_LOG(4, "Subscription to Sec Api for nodeCredential and trustCategory failed");
+  } else {
+    QIV_TRACE("subscribed to Sec Api for nodeCredential and trustCategory");
+    refreshCertificateFiles();
+  }
+}
+
+void ConfigurationRunnable::refreshCertificateFiles() {
+  const std::string certificate = _secApi.getNodeCertFileName();
+  const std::string key = _secApi.getNodeKeyFileName();
+  const std::string trustedDirectory = _secApi.getTrustCatDirName();
+  Poco::Mutex::ScopedLock lock(_configurationMutex);
+  _ldapConfiguration.nodeCredential.nodeCertFileName = certificate;
+  _ldapConfiguration.nodeCredential.nodeKeyFileName = key;
+  _ldapConfiguration.trustCategory.trustCatDirName = trustedDirectory;
+}
+
+void ConfigurationRunnable::applyInitialConfiguration() {
+  LdapConfiguration config = getLdapConfiguration();
+  if (config.administrativeState == UNLOCKED) {
+    QIV_TRACE("Initial LDAP configuration read - validating...");
+    if (validateConfiguration(&config, false) != 0) {
+      QIV_LOG(3, "Invalid initial LDAP configuration!");
+      setState(STATE_INVALID);
+    }
+  }
+  const bool locked = config.administrativeState == LOCKED;
+  const bool unlocked = config.administrativeState == UNLOCKED;
+  if (!_ldapMethod.isSecAaFwAvailable()) {
+    QIV_LOG(6, "Using QIV LDAP implementation");
+    if (locked && config.useTls && !probeTlsMode()) setState(STATE_INVALID);
+    // A LOCKED configuration is applied too, so that the node switches LDAP off.
+    if (locked || (unlocked && getState() == STATE_READING)) {
+      if (prepareUpdateConfiguration(config) == 0 && updateConfiguration(config) == 0) {
+        Poco::Mutex::ScopedLock lock(_configurationMutex);
+        _initialConfigurationSet = true;
+      } else {
+        setState(STATE_INVALID);
+      }
+    }
+  } else {
+    QIV_LOG(6, "Using SEC AA FW");
+    _usingSecAaFramework = true;
+    if (locked && getState() == STATE_READING) {
+      const int result = deregisterLdapModule();
+      if (result != 0) QIV_LOG(3, "Failed to deregister LDAP SM in SEC AA FW: %d", result);
+    } else if (unlocked && getState() == STATE_READING) {
+      setDefaultConfiguration();
+      // Registering the service module is not available in this build.
+      QIV_LOG(3, "Failed to register LDAP SM in SEC AA FW: %d", -1);
+      setState(STATE_INVALID);
+    }
+  }
+  if (!locked && !unlocked) {
+    QIV_LOG(3, "Invalid administrativeState (%d)!", static_cast<int>(config.administrativeState));
+    setState(STATE_INVALID);
+  }
+  if (getState() == STATE_READING) {
+    setState(STATE_CONFIGURATION_SET);
+    QIV_TRACE("Initial LDAP configuration set");
+  } else {
+    QIV_LOG(3, "Unable to set initial configuration!");
+  }
+}
+
+void ConfigurationRunnable::signalStartUp() {
+  if (_startUpCondition == nullptr || _startUpMutex == nullptr) return;
+  QIV_TRACE("Signal that start-up is complete to AccessManagementComponent");
+  // The waiter holds the mutex until it waits, so the signal cannot come too early.
+  _startUpMutex->lock();
+  _startUpMutex->unlock();
+  _startUpCondition->signal();
+}
+
+void ConfigurationRunnable::serveEvents() {
+  if (!_secApi.isAvailable()) {
+    QIV_TRACE("SEC API is not available");
+    _secApiOpRunning = false;
+    return;
+  }
+  setState(STATE_LOOP_RUNNING);
+  _secApiOpRunning = true;
+  while (true) {
+    fd_set readSet;
+    int maxFd = -1;
+    if (updateFDSet(readSet, maxFd) == -2) return;
+    if (!_secApiOpRunning) break;
+    timeval timeout = {1, 0};
+    const int ready = select(maxFd + 1, &readSet, nullptr, nullptr, &timeout);
+    if (ready == 0) continue;
+    if (ready == -1) {
+      if (errno == EINTR) {
+        QIV_LOG(4, "Interrupt signal caught");
+        continue;
+      }
+      QIV_LOG(3, "Select call returned: %d (%s).", ready, std::strerror(errno));
+      break;
+    }
+    char byte = 0;
+    const int secApiFd = _secApi.getEventFd();
+    if (FD_ISSET(_subscribeRequest.readHandle(), &readSet)) {
+      _subscribeRequest.readBytes(&byte, 1);
+      QIV_TRACE("Subscribe to SecApi with new nodeCredential or trustCategory");
+      _secApi.subscribe(getNodeCredentialMoRef(), getTrustCategoryMoRef());
+      const char answer = 'S';
+      _subscribeComplete.writeBytes(&answer, 1);
+    } else if (secApiFd != -1 && FD_ISSET(secApiFd, &readSet)) {
+      if (_secApi.handleEvent()) {
+        QIV_TRACE("Certificate or key contents changed in CertM");
+        updateCertsAndKey();
+      }
+    } else if (FD_ISSET(_stopRequest.readHandle(), &readSet)) {
+      _stopRequest.readBytes(&byte, 1);
+      _secApiOpRunning = false;
+      QIV_TRACE("Stop Notification received. Stopping configuration runnable");
+      break;
+    }
+  }
+  if (getState() == STATE_LOOP_RUNNING) QIV_TRACE("Select loop terminated.");
+  setState(STATE_CONFIGURATION_SET);
+}
+
+int ConfigurationRunnable::updateFDSet(fd_set& readSet, int& maxFd) {
+  FD_ZERO(&readSet);
+  try {
+    FD_SET(_subscribeRequest.readHandle(), &readSet);
+    FD_SET(_stopRequest.readHandle(), &readSet);
+    maxFd = std::max(_subscribeRequest.readHandle(), _stopRequest.readHandle());
+    if (!_secApi.isAvailable()) {
+      QIV_LOG(4, "sec api is not available");
+      return -2;
+    }
+    const int secApiFd = _secApi.getEventFd();
+    if (secApiFd != -1) {
+      FD_SET(secApiFd, &readSet);
+      maxFd = std::max(maxFd, secApiFd);
+    }
+  } catch (const Poco::Exception& e) {
+    QIV_LOG(3, "FATAL Poco Exception: %s", e.displayText().c_str());
+  }
+  return 0;
+}
+
+void ConfigurationRunnable::stop() {
+  Poco::Mutex::ScopedLock lock(_configurationMutex);
+  _state = STATE_STOPPING;
+  _initialConfigurationSet = false;
+  releaseCrypto();
+  try {
+    const char request = 'S';
+    _stopRequest.writeBytes(&request, 1);
+  } catch (const Poco::Exception& e) {
+    QIV_LOG(3, "FATAL Poco Exception: %s", e.displayText().c_str());
+  }
+  _secApiOpRunning = false;
+  _state = STATE_STOPPED;
+}
+
+bool ConfigurationRunnable::requestResubscription() {
+  try {
+    const char request = 'S';
+    _subscribeRequest.writeBytes(&request, 1);
+    char answer = 0;
+    if (_subscribeComplete.readBytes(&answer, 1) != 1) return false;
+    QIV_TRACE("Read 1 byte sent from configuration runnable thread for _subscribeCompleteNotification");
+    return true;
+  } catch (const Poco::Exception& e) {
+    QIV_LOG(3, "FATAL Poco Exception: %s", e.displayText().c_str());
+    return false;
+  }
+}
+
+int ConfigurationRunnable::ldapConfigurationUpdated(const LdapConfiguration* config) {
+  Poco::Mutex::ScopedLock lock(_configurationMutex);
+  _ldapConfiguration = *config;
+  _initialConfigurationSet = true;
+  return 0;
+}
+
+int ConfigurationRunnable::updateCertsAndKey() {
+  refreshCertificateFiles();
+  const LdapConfiguration config = getLdapConfiguration();
+  // The security framework's path arrives with the service-module registration.
+  const int prepared = prepareUpdateConfiguration(config);
+  return prepared != 0 ? prepared : updateConfiguration(config);
+}
+
+int ConfigurationRunnable::deregisterLdapModule() { return _ldapMethod.deregisterLdapServiceModule(); }
+
+bool ConfigurationRunnable::isRunning() const {
+  const int state = getState();
+  return state == STATE_READING || state == STATE_INVALID;
+}
+
+bool ConfigurationRunnable::isInitialConfigurationSet() const {
+  Poco::Mutex::ScopedLock lock(_configurationMutex);
+  return _initialConfigurationSet;
+}
+
+bool ConfigurationRunnable::isUsingSecAaFramework() const { return _usingSecAaFramework; }
+
+bool ConfigurationRunnable::isSecApiOpRunning() const { return _secApiOpRunning; }
+
+Qiv::SecApi* ConfigurationRunnable::getSecApiObj() { return &_secApi; }
+
+void ConfigurationRunnable::setState(int state) {
+  Poco::Mutex::ScopedLock lock(_configurationMutex);
+  _state = state;
+}
 
 LdapConfiguration ConfigurationRunnable::getLdapConfiguration() {
   Poco::Mutex::ScopedLock lock(_configurationMutex);

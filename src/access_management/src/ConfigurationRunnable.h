@@ -3,10 +3,19 @@
 
 #include "AmQivEaWrapper.h"
 #include "LdapConfiguration.h"
+#include "LdapMethod.h"
 
-#include <PymSpiTypes.h>
+#include <PymMgmtSpiPortal.h>
+#include <Poco/Condition.h>
 #include <Poco/Mutex.h>
+#include <Poco/Pipe.h>
+#include <Poco/Runnable.h>
 #include <Qiv/CryptoUtility.h>
+#include <Qiv/SecApi.h>
+
+#include <sys/select.h>
+
+#include <atomic>
 
 #include <cstdint>
 #include <string>
@@ -22,7 +31,7 @@ namespace QivAccessManagement {
 // validates it and keeps the current record. The record, the state and the MO references are
 // guarded by the configuration mutex; the marks (useTlsSet, baseDnSet, ldap20AttributesExist,
 // tlsDnExists, the migration mark) are plain flags.
-class ConfigurationRunnable {
+class ConfigurationRunnable : public Poco::Runnable {
  public:
   // The thread's progress, as getState() reports it.
   enum State {
@@ -38,9 +47,39 @@ class ConfigurationRunnable {
   };
 
   ConfigurationRunnable();
-  ~ConfigurationRunnable();
+  ~ConfigurationRunnable() override;
   ConfigurationRunnable(const ConfigurationRunnable&) = delete;
   ConfigurationRunnable& operator=(const ConfigurationRunnable&) = delete;
+
+  // The configuration thread. init (on the framework's control thread, before the thread
+  // starts) keeps the portal, the LdapAuthenticationMethod DN and the component configuration,
+  // finds the cipher filter and asks qivea what it supports: 0, or -1 ("Invalid arguments") for
+  // a null portal or an empty DN.
+  int init(QivMgmtSpiInterfacePortal_1* portal, const std::string& ldapAuthenticationMethodDn, const char* config);
+  // Where run() signals that the initial configuration was read and applied; null: nobody waits.
+  // Both stay the caller's.
+  void setStartUpCondition(Poco::Condition* condition, Poco::FastMutex* mutex);
+  // Reads, validates and applies the initial configuration, signals start-up, then serves the
+  // certificate events and re-subscription requests until stop().
+  void run() override;
+  // Tells the thread to end (from any thread); the caller joins it.
+  void stop();
+  // The transaction side's re-subscription with the current MO references: asks the thread and
+  // waits for its answer. False when the thread did not answer.
+  bool requestResubscription();
+  // Takes a newly committed record as the current one.
+  int ldapConfigurationUpdated(const LdapConfiguration* config);
+  // While the initial configuration is read or found invalid: role queries must wait.
+  bool isRunning() const;
+  bool isInitialConfigurationSet() const;
+  bool isUsingSecAaFramework() const;
+  bool isSecApiOpRunning() const;
+  Qiv::SecApi* getSecApiObj();
+  // The component file kept by init.
+  int readComponentConfiguration();
+  // Re-applies the configuration with the node's new certificate files.
+  int updateCertsAndKey();
+  int deregisterLdapModule();
 
   // Framework interfaces the runnable may use: the thread context for operator messages and
   // the crypto service ("PymMwSpiCrypto") for the bind password. Borrowed; they must outlive the
@@ -173,6 +212,17 @@ class ConfigurationRunnable {
   // UserManagement's "targetType"; false when it cannot be read.
   bool readTargetType(const std::string& userManagementDn, std::vector<std::string>& targetType);
 
+  // The steps of run(); each may leave state changed.
+  void subscribeCertificates();
+  void applyInitialConfiguration();
+  void signalStartUp();
+  void serveEvents();
+  // The descriptors select waits on; -2 when the security API went away.
+  int updateFDSet(fd_set& readSet, int& maxFd);
+  void setState(int state);
+  // The record's certificate files from the security API.
+  void refreshCertificateFiles();
+
   // One URI argument of the command line for address.
   std::string uriArgument(const std::string& address, const LdapConfiguration& config) const;
   // Sends args through qivea's "authentication" command; throws Qiv::QivException.
@@ -204,6 +254,20 @@ class ConfigurationRunnable {
   bool _useReferralsSupported;
   bool _tlsModeSupported;
   bool _tlsModeProbed;
+
+  QivMgmtSpiInterfacePortal_1* _portal;
+  std::string _componentConfiguration;
+  bool _hasComponentConfiguration;
+  Poco::Condition* _startUpCondition;
+  Poco::FastMutex* _startUpMutex;
+  Poco::Pipe _subscribeRequest;
+  Poco::Pipe _subscribeComplete;
+  Poco::Pipe _stopRequest;
+  std::atomic<bool> _secApiOpRunning;
+  bool _initialConfigurationSet;
+  bool _usingSecAaFramework;
+  Qiv::SecApi _secApi;
+  LdapMethod _ldapMethod;
 };
 
 }  // namespace QivAccessManagement
