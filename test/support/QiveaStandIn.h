@@ -42,6 +42,14 @@ class QiveaStandIn {
     return result;
   }
 
+  // The recorded calls whose first argument is word, in order.
+  std::vector<std::vector<std::string>> callsStartingWith(const std::string& word) const {
+    std::vector<std::vector<std::string>> result;
+    for (const std::vector<std::string>& call : calls())
+      if (!call.empty() && call[0] == word) result.push_back(call);
+    return result;
+  }
+
   // Adds file (with content) to the script of key, the first word or the first two words of a
   // command line: "stdout", "stderr", "exit", "delay-ms", "hang", "grandchild", "stdout-bytes",
   // "unknown-command", "leave-group", "signal".

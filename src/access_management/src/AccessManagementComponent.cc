@@ -3,6 +3,7 @@
 #include "LdapModel.h"
 
 #include <Qiv/LoggingWrapper.h>
+#include <Qiv/QivException.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -52,8 +53,16 @@ AccessManagementComponent::AccessManagementComponent()
       _managedObject1(),
       _managedObject3(),
       _transactionalResource(),
+      _transaction(nullptr),
+      _objectImplementerV2(nullptr),
+      _objectImplementerV3(nullptr),
+      _threadContext(nullptr),
+      _cmRouter(nullptr),
+      _transactionMaster(nullptr),
       _started(false),
+      _moLockHolder(0),
       _config(nullptr),
+      _eventConsumerStarted(false),
       _initialized(false) {
   _accessManagement.base = {LdapModel::COMPONENT_NAME, ACCESS_MANAGEMENT_INTERFACE_NAME, "2"};
   _managedObject1.base = {LdapModel::COMPONENT_NAME, MANAGED_OBJECT, "1"};
@@ -94,16 +103,259 @@ PymReturnT AccessManagementComponent::terminate() {
 
 PymReturnT AccessManagementComponent::start(PymStateChangeReason reason) {
   QIV_TRACE(" >> Reason: %d", static_cast<int>(reason));
-  // The start-up sequence arrives together with the configuration thread.
-  QIV_LOG(3, "%s cannot be started by this build", LdapModel::COMPONENT_NAME);
+  if (_started) {
+    QIV_LOG(4, "%s is already started.", LdapModel::COMPONENT_NAME);
+    return 0;
+  }
+  const PymReturnT result = startUp();
+  QIV_TRACE(" << ");
+  return result;
+}
+
+PymReturnT AccessManagementComponent::startUp() {
+  if (!_initialized) {
+    QIV_LOG(3, "Component not initialized!");
+    return -1;
+  }
+  // Another access-management implementation takes precedence: step aside.
+  if (getInterface(ACCESS_MANAGEMENT_V1_ID) != nullptr) {
+    QIV_LOG(5, "Interface %s v.%s implemented - %s will not be used", ACCESS_MANAGEMENT_INTERFACE_NAME, "1",
+            LdapModel::COMPONENT_NAME);
+    return 0;
+  }
+  const PymReturnT found = findFrameworkServices();
+  if (found != 0) return found;
+
+  std::string methodDn;
+  for (const char* classPath : {LdapModel::LDAP_AUTHENTICATION_METHOD_CLASS, LdapModel::LDAP_CLASS, LdapModel::FILTER_CLASS}) {
+    const std::string dn = _configurationRunnable.getDnValue(classPath);
+    if (dn.empty()) {
+      QIV_LOG(4, "Could not find any instance of ('%s'), will not try to register as object implementer!", classPath);
+      _started = true;
+      return 0;
+    }
+    if (methodDn.empty()) methodDn = dn;
+  }
+  const bool orbelinFilterExists = !_configurationRunnable.getDnValue(LdapModel::ORBELIN_FILTER_CLASS).empty();
+
+  PymReturnT result = unregisterAsObjectImplementer();
+  if (result != 0) return result;
+  std::vector<std::string> classPaths = {LdapModel::LDAP_AUTHENTICATION_METHOD_CLASS_PATH, LdapModel::LDAP_CLASS_PATH,
+                                         LdapModel::FILTER_CLASS_PATH};
+  if (orbelinFilterExists) classPaths.push_back(LdapModel::ORBELIN_FILTER_CLASS_PATH);
+  result = registerAsObjectImplementer(classPaths);
+  if (result != 0) {
+    unregisterAsObjectImplementer();
+    return result;
+  }
+
+  _configurationRunnable.init(_portalV1, methodDn, _config);
+  if (_configurationRunnable.getUseQivAuthorization() && setenv("LDAPNOINIT", "true", 1) != 0)
+    QIV_TRACE("Unable to set environment variable LDAPNOINT");
+  if (_configurationRunnable.isTlsDnExists()) {
+    QIV_TRACE("Tls DN exists , subscribing to the events on Tls DN");
+    _eventConsumer.start(LdapModel::TLS_SUBSCRIPTION_PATTERN, &AccessManagementComponent::onTlsMoChange, this);
+    _eventConsumerStarted = true;
+  }
+  // What was done above stays until the next start clears the registration.
+  try {
+    if (_configurationRunnable.readComponentConfiguration() != 0) {
+      QIV_LOG(3, "Failed to parse the AccessManagementComponent configuration file.");
+      return -1;
+    }
+  } catch (const Qiv::QivException& e) {
+    QIV_LOG(3, "Failed to parse the AccessManagementComponent configuration file.");
+    QIV_LOG(3, "%s", e.what());
+    return -1;
+  }
+
+  const uint16_t waitSeconds = _configurationRunnable.getInitConfigTimeoutValue();
+  if (waitSeconds != 0) {
+    _configurationRunnable.setStartUpCondition(&_startUpCondition, &_startUpMutex);
+    // Locked before the thread starts, so that its signal cannot come before the wait.
+    _startUpMutex.lock();
+  } else {
+    _configurationRunnable.setStartUpCondition(nullptr, nullptr);
+  }
+  _started = true;
+  QIV_TRACE("Start read/set initial configuration thread");
+  _configurationThread.start(_configurationRunnable);
+  if (waitSeconds == 0) return 0;
+  return waitForInitialConfiguration(waitSeconds);
+}
+
+PymReturnT AccessManagementComponent::findFrameworkServices() {
+  const PymMgmtSpiInterface_1 transactionId = {"PymOamSpiTransactionService", "PymOamSpiTransaction", "2"};
+  _transaction = reinterpret_cast<PymOamSpiTransaction_2*>(getInterface(transactionId));
+  if (_transaction == nullptr) return -1;
+
+  _objectImplementerV3 = reinterpret_cast<PymOamSpiRegisterObjectImplementer_3*>(getInterface(REGISTER_OBJECT_IMPLEMENTER_V3_ID));
+  if (_objectImplementerV3 != nullptr) {
+    setOIVersion(OI_V3);
+  } else {
+    _objectImplementerV2 =
+        reinterpret_cast<PymOamSpiRegisterObjectImplementer_2*>(getInterface(REGISTER_OBJECT_IMPLEMENTER_V2_ID));
+    if (_objectImplementerV2 == nullptr) return -1;
+    setOIVersion(OI_V2);
+  }
+
+  PymMgmtSpiInterface_1* threadContext = getInterface(THREAD_CONTEXT_ID);
+  if (threadContext == nullptr) return -1;
+  _threadContext = reinterpret_cast<PymMgmtSpiThreadContext_2*>(threadContext);
+  _configurationRunnable.addExternalInterface(threadContext);
+  // The configuration thread decrypts the bind password with the framework's crypto service.
+  _configurationRunnable.addExternalInterface(getInterface(CRYPTO_ID));
+
+  PymMgmtSpiInterface_1* found = nullptr;
+  PymReturnT result = _portal->getInterface(CM_ROUTER_SERVICE, MANAGED_OBJECT, "3", &found);
+  if (result != 0) return result;
+  _cmRouter = reinterpret_cast<PymOamSpiManagedObject_3*>(found);
+  result = _portal->getInterface(TRANSACTION_SERVICE, "PymOamSpiTransactionMaster", "2", &found);
+  if (result != 0) return result;
+  _transactionMaster = reinterpret_cast<PymOamSpiTransactionMaster_2*>(found);
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::waitForInitialConfiguration(uint16_t seconds) {
+  QIV_TRACE("Waiting for startup signal from configuration thread");
+  const bool signalled = _startUpCondition.tryWait(_startUpMutex, static_cast<long>(seconds) * 1000);
+  _startUpMutex.unlock();
+  if (signalled) {
+    QIV_TRACE("Signal received from configuration thread. Initial configuration has been read and set");
+    return 0;
+  }
+  QIV_LOG(3, "Timeout when waiting for reading/setting of initial configuration. Aborting component start-up.");
+  stop(PymStateChangeFailure);
   return -1;
 }
 
 PymReturnT AccessManagementComponent::stop(PymStateChangeReason reason) {
   QIV_TRACE(" >> Reason: %d", static_cast<int>(reason));
-  if (!_started) QIV_LOG(4, "%s is already stopped.", LdapModel::COMPONENT_NAME);
+  if (!_started) {
+    QIV_LOG(4, "%s is already stopped.", LdapModel::COMPONENT_NAME);
+    return 0;
+  }
+  if (_eventConsumerStarted) {
+    _eventConsumer.stop();
+    _eventConsumerStarted = false;
+  }
+  unregisterAsObjectImplementer();
+  if (_configurationRunnable.getUseQivAuthorization() && unsetenv("LDAPNOINIT") != 0)
+    QIV_TRACE("Unable to unset environment variable LDAPNOINT");
+  try {
+    _configurationRunnable.stop();
+    if (_configurationThread.isRunning()) {
+      QIV_TRACE("Read and set initial configuration thread is still running ...");
+      if (_configurationThread.tryJoin(10000)) {
+        QIV_TRACE("successfully stopped Read and set initial configuration thread");
+      } else {
+        QIV_LOG(4, "%s failed to join its Read and set initial configuration thread!", LdapModel::COMPONENT_NAME);
+      }
+    } else {
+      // Ended on its own: collect it so that the next start can use the thread again.
+      _configurationThread.join();
+    }
+  } catch (const Poco::SystemException& e) {
+    QIV_LOG(3, "Thread: %s", e.displayText().c_str());
+  }
+  _started = false;
+  _moLockHolder = 0;
   return 0;
 }
+
+PymReturnT AccessManagementComponent::addMessage(const std::string& text) {
+  if (!_started || _threadContext == nullptr) {
+    QIV_LOG(4, "%s is not started!", LdapModel::COMPONENT_NAME);
+    return -1;
+  }
+  const std::string message = "@qivnbi@" + text;
+  const PymReturnT result = _threadContext->addMessage(PymThreadContextMessageOperator, message.c_str());
+  if (result != 0) QIV_LOG(4, "Failed (%d) to add message!", result);
+  return result;
+}
+
+bool AccessManagementComponent::isValidMethod(const char* name) {
+  if (equals(name, "LDAP") || equals(name, "default")) return true;
+  QIV_LOG(4, "Method '%s' not supported", orNull(name));
+  return false;
+}
+
+bool AccessManagementComponent::validTransactionHandle(unsigned long handle) {
+  if (_moLockHolder == 0 || _moLockHolder == handle) return true;
+  const char text[] = "MO locked for editing by an other user";
+  QIV_LOG(4, "%s", text);
+  addMessage(text);
+  return false;
+}
+
+PymReturnT AccessManagementComponent::registerAsObjectImplementer(const std::vector<std::string>& classPaths) {
+  for (const std::string& classPath : classPaths) {
+    PymReturnT result = 0;
+    if (_oiVersion == OI_V3) {
+      QIV_TRACE("Registering (%s) with OI SPI V3", classPath.c_str());
+      result = _objectImplementerV3->registerClass(LdapModel::COMPONENT_NAME, classPath.c_str());
+    } else {
+      QIV_TRACE("Registering (%s) with OI SPI V2", classPath.c_str());
+      result = _objectImplementerV2->registerClass(&_managedObject3.base, &_transactionalResource.base, classPath.c_str());
+    }
+    if (result != 0) {
+      QIV_LOG(4, "Failed (%d) to register as an object implementer for '%s'", result, classPath.c_str());
+      unregisterAsObjectImplementer();
+      return result;
+    }
+    QIV_TRACE("%s registered itself successfully as object implementer for '%s'", LdapModel::COMPONENT_NAME,
+              classPath.c_str());
+    _registeredClassPaths.push_back(classPath);
+  }
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::unregisterAsObjectImplementer() {
+  if (_registeredClassPaths.empty()) return 0;
+  PymReturnT result = 0;
+  std::vector<std::string> remaining;
+  for (const std::string& classPath : _registeredClassPaths) {
+    if (_oiVersion == OI_V3) {
+      QIV_TRACE("Unregistering (%s) with OI SPI V3", LdapModel::COMPONENT_NAME);
+      result = _objectImplementerV3->unregisterClass(LdapModel::COMPONENT_NAME, classPath.c_str());
+    } else {
+      QIV_TRACE("Unregistering (%s) with OI SPI V2", LdapModel::COMPONENT_NAME);
+      result = _objectImplementerV2->unregisterClass(LdapModel::COMPONENT_NAME, classPath.c_str());
+    }
+    if (result == PymNotExist) {
+      // Nothing is registered any more.
+      QIV_LOG(4, "Failed (%d) to unregister as an object implementer for '%s' (-2, PymNotExist)", result,
+              classPath.c_str());
+    } else if (result != 0) {
+      QIV_LOG(4, "Failed (%d) to unregister as an object implementer for '%s'", result, classPath.c_str());
+      remaining.push_back(classPath);
+    }
+  }
+  _registeredClassPaths = remaining;
+  if (remaining.empty()) return result;
+  for (const std::string& classPath : remaining)
+    QIV_LOG(4, "%s still registered as object implementer for '%s'", LdapModel::COMPONENT_NAME, classPath.c_str());
+  return -1;
+}
+
+void AccessManagementComponent::onTlsMoChange(const PymOamSpiCmEvent_Notification_1& notification) {
+  QIV_TRACE(" >> ");
+  Poco::FastMutex::ScopedLock lock(_mutex);
+  for (PymOamSpiCmEvent_1** event = notification.events; event != nullptr && *event != nullptr; ++event) {
+    if ((*event)->eventType != PymOamSpiCmEvent_AttributeValueChange) continue;
+    for (PymMoNamedAttributeValueContainer_3** attribute = (*event)->attributes; attribute != nullptr && *attribute != nullptr;
+         ++attribute) {
+      const PymMoAttributeValueContainer_3& value = (*attribute)->value;
+      if (!equals((*attribute)->name, LdapModel::CIPHER_FILTER) || value.type != PymMoValueType_String ||
+          value.nrOfValues == 0 || value.values == nullptr)
+        continue;
+      _configurationRunnable.cipherReconfiguration(value.values[0].theString != nullptr ? value.values[0].theString : "");
+    }
+  }
+  QIV_TRACE(" << ");
+}
+
+ConfigurationRunnable& AccessManagementComponent::getConfigurationRunnable() { return _configurationRunnable; }
 
 bool AccessManagementComponent::isStarted() const { return _started; }
 

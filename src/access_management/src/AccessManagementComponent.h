@@ -1,12 +1,19 @@
 #ifndef QIV_ACCESS_MANAGEMENT_ACCESS_MANAGEMENT_COMPONENT_H
 #define QIV_ACCESS_MANAGEMENT_ACCESS_MANAGEMENT_COMPONENT_H
 
+#include "CmEventConsumer.h"
+#include "ConfigurationRunnable.h"
 #include "LdapConfiguration.h"
 #include "PymComponent.h"
 
+#include <PymMgmtSpiThreadContext.h>
 #include <PymMwSpiAccessManagement.h>
 #include <PymOamSpiManagedObject.h>
+#include <PymOamSpiRegisterObjectImplementer.h>
 #include <PymOamSpiTransaction.h>
+#include <Poco/Condition.h>
+#include <Poco/Mutex.h>
+#include <Poco/Thread.h>
 
 #include <string>
 #include <vector>
@@ -33,8 +40,29 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   PymReturnT initialize(const char* config);
   // Drops the copy of config; does not stop the component.
   PymReturnT terminate();
+  // Finds the framework services, registers as object implementer for the LDAP classes, starts
+  // the configuration thread and waits for it as long as the component file says. 0 also when
+  // another access-management implementation exists (then nothing starts) or the model has no
+  // LDAP objects (then only the component runs); -1 or the framework's code on failure.
+  // Framework control thread.
   PymReturnT start(PymStateChangeReason reason);
+  // Undoes start and joins the configuration thread (at most 10 s). Framework control thread.
   PymReturnT stop(PymStateChangeReason reason);
+
+  // Hands text, marked "@qivnbi@", to the operator whose request is served; -1 when stopped.
+  PymReturnT addMessage(const std::string& text);
+  // "LDAP" and "default"; anything else is logged.
+  bool isValidMethod(const char* name);
+  // True when no transaction holds the LDAP objects or handle does; otherwise tells the operator.
+  bool validTransactionHandle(unsigned long handle);
+  // Registers for each class path in order; a refusal undoes all and gives its code.
+  PymReturnT registerAsObjectImplementer(const std::vector<std::string>& classPaths);
+  // Unregisters every class path registered; -1 while some stay registered.
+  PymReturnT unregisterAsObjectImplementer();
+  // The Tls MO changed: a new cipher filter reconfigures LDAP. The event router's thread.
+  void onTlsMoChange(const PymOamSpiCmEvent_Notification_1& notification);
+
+  ConfigurationRunnable& getConfigurationRunnable();
 
   bool isStarted() const;
   bool isInitialized() const;
@@ -57,13 +85,35 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
                                       const std::vector<std::string>& notWanted);
 
  private:
+  // start after its first checks; every return leads to the exit trace.
+  PymReturnT startUp();
+  // Looks up the services start needs; 0, -1 or the portal's code.
+  PymReturnT findFrameworkServices();
+  // Waits for the configuration thread's start-up signal; -1 (component stopped) on time-out.
+  PymReturnT waitForInitialConfiguration(uint16_t seconds);
+
   OIVersion _oiVersion;
   PymMwSpiAccessManagement_2 _accessManagement;
   PymOamSpiManagedObject_1 _managedObject1;
   PymOamSpiManagedObject_3 _managedObject3;
   PymOamSpiTransactionalResource_2 _transactionalResource;
+  PymOamSpiTransaction_2* _transaction;
+  PymOamSpiRegisterObjectImplementer_2* _objectImplementerV2;
+  PymOamSpiRegisterObjectImplementer_3* _objectImplementerV3;
+  PymMgmtSpiThreadContext_2* _threadContext;
+  PymOamSpiManagedObject_3* _cmRouter;
+  PymOamSpiTransactionMaster_2* _transactionMaster;
   bool _started;
+  unsigned long _moLockHolder;  // the transaction editing the LDAP objects, 0: none
+  Poco::Condition _startUpCondition;
+  Poco::FastMutex _startUpMutex;
+  ConfigurationRunnable _configurationRunnable;
+  Poco::Thread _configurationThread;
+  std::vector<std::string> _registeredClassPaths;
+  Poco::FastMutex _mutex;
   char* _config;
+  Qiv::CmEventConsumer<AccessManagementComponent, 1> _eventConsumer;
+  bool _eventConsumerStarted;
   bool _initialized;
 };
 

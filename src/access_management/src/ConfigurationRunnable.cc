@@ -56,6 +56,19 @@ std::string passwordFilePath() {
   return directory != nullptr ? std::string(directory) + PASSWORD_FILE_NAME : DEFAULT_PASSWORD_FILE;
 }
 
+// Reads what is waiting in pipe without blocking.
+void drain(Poco::Pipe& pipe) {
+  for (;;) {
+    fd_set readSet;
+    FD_ZERO(&readSet);
+    FD_SET(pipe.readHandle(), &readSet);
+    timeval immediately = {0, 0};
+    if (select(pipe.readHandle() + 1, &readSet, nullptr, nullptr, &immediately) != 1) return;
+    char byte = 0;
+    if (pipe.readBytes(&byte, 1) != 1) return;
+  }
+}
+
 // Whether the revision major.minor is at least the given one.
 bool atLeast(int major, int minor, int wantedMajor, int wantedMinor) {
   return major > wantedMajor || (major == wantedMajor && minor >= wantedMinor);
@@ -926,6 +939,8 @@ int ConfigurationRunnable::init(QivMgmtSpiInterfacePortal_1* portal, const std::
   }
   _portal = portal;
   _ldapAuthenticationMethodDn = ldapAuthenticationMethodDn;
+  // A stop request that an earlier run never read must not end the next one.
+  for (Poco::Pipe* pipe : {&_stopRequest, &_subscribeRequest, &_subscribeComplete}) drain(*pipe);
   _hasComponentConfiguration = config != nullptr;
   _componentConfiguration = config != nullptr ? config : "";
   initCipher();
@@ -1161,6 +1176,40 @@ int ConfigurationRunnable::updateCertsAndKey() {
   // The security framework's path arrives with the service-module registration.
   const int prepared = prepareUpdateConfiguration(config);
   return prepared != 0 ? prepared : updateConfiguration(config);
+}
+
+void ConfigurationRunnable::cipherReconfiguration(const std::string& filter) {
+  QIV_TRACE(" >> ");
+  assert(_tlsDnExists == true);
+  const std::string newFilter = filter + CIPHER_STRENGTH_SUFFIX;
+  if (!_usingSecAaFramework && !_cipherFilterSupported) {
+    QIV_TRACE("Qivea is not supported , not reconfiguring the cipher filter");
+    return;
+  }
+  // The security framework always takes the cipher list.
+  if (_usingSecAaFramework) _cipherFilterSupported = true;
+  LdapConfiguration config;
+  {
+    Poco::Mutex::ScopedLock lock(_configurationMutex);
+    if (newFilter == _ldapConfiguration.cipherFilter) {
+      QIV_TRACE("Not reconfiguring with cipherFilter %s since same as already set filter", newFilter.c_str());
+      return;
+    }
+    _ldapConfiguration.cipherFilter = newFilter;
+    config = _ldapConfiguration;
+  }
+  if (!config.useTls) {
+    // Takes effect with the next configuration that is applied.
+    QIV_TRACE("Not reconfiguring with cipherFilter %s since useTls set to false", newFilter.c_str());
+    return;
+  }
+  QIV_TRACE("Reconfiguring with cipherFilter %s", newFilter.c_str());
+  if (_usingSecAaFramework) {
+    QIV_LOG(3, "Re-applying through the security framework is not available in this build");
+  } else if (prepareUpdateConfiguration(config) == 0) {
+    updateConfiguration(config);
+  }
+  QIV_TRACE(" << ");
 }
 
 int ConfigurationRunnable::deregisterLdapModule() { return _ldapMethod.deregisterLdapServiceModule(); }

@@ -77,6 +77,10 @@ class ConfigurationRunnable : public Poco::Runnable {
   Qiv::SecApi* getSecApiObj();
   // The component file kept by init.
   int readComponentConfiguration();
+  // The Tls MO's cipher list changed (filter without the strength suffix): stores it and, when
+  // TLS is in use and the back end takes it, applies the configuration again. Only while the Tls
+  // MO exists. The configuration thread or the event router's thread.
+  void cipherReconfiguration(const std::string& filter);
   // Re-applies the configuration with the node's new certificate files.
   int updateCertsAndKey();
   int deregisterLdapModule();

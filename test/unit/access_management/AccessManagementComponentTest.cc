@@ -233,3 +233,46 @@ TEST_F(AccessManagementComponentTest, LookUpBeforeLibInitFindsNothing) {
   EXPECT_EQ(nullptr, component.getInterface(log));
   EXPECT_EQ(nullptr, component.getInterface("PymMwSpiLog", "1", {}));
 }
+
+TEST_F(AccessManagementComponentTest, OnlyLdapAndDefaultAreValidMethods) {
+  EXPECT_TRUE(component.isValidMethod("LDAP"));
+  EXPECT_TRUE(component.isValidMethod("default"));
+  EXPECT_FALSE(component.isValidMethod("ldap"));
+  EXPECT_EQ(1u, log().count(4, "Method 'ldap' not supported"));
+  EXPECT_FALSE(component.isValidMethod(nullptr));
+}
+
+TEST_F(AccessManagementComponentTest, OperatorMessagesNeedAStartedComponent) {
+  EXPECT_EQ(-1, component.addMessage("text"));
+  EXPECT_EQ(1u, log().count(4, "QivAccessManagementComponent is not started!"));
+  EXPECT_TRUE(operatorMessages().empty());
+}
+
+TEST_F(AccessManagementComponentTest, StartedComponentHandsOperatorMessagesToTheThreadContext) {
+  initialize();
+  ASSERT_EQ(0, component.start(PymStateChangeStartup));
+  EXPECT_EQ(0, component.addMessage("LDAP is applied"));
+  EXPECT_EQ(std::vector<std::string>{"@qivnbi@LDAP is applied"}, operatorMessages());
+  // No transaction holds the LDAP objects yet.
+  EXPECT_TRUE(component.validTransactionHandle(7));
+  EXPECT_EQ(0, component.stop(PymStateChangeShutdown));
+}
+
+TEST_F(AccessManagementComponentTest, UnregisteringKeepsWhatTheFrameworkStillHolds) {
+  initialize();
+  ASSERT_EQ(0, component.start(PymStateChangeStartup));
+  Framework::ObjectImplementerRegistry& registry = framework().objectImplementers();
+  registry.answerNextUnregister(-2);
+  registry.answerNextUnregister(-5);
+  EXPECT_EQ(-1, component.unregisterAsObjectImplementer());
+  const std::string ldapPath = "/ManagedElement/SystemFunctions/SecM/UserManagement/LdapAuthenticationMethod";
+  EXPECT_EQ(1u, log().count(4, "Failed (-2) to unregister as an object implementer for '" + ldapPath +
+                                   "' (-2, PymNotExist)"));
+  EXPECT_EQ(1u, log().count(4, "Failed (-5) to unregister as an object implementer for '" + ldapPath + "/Ldap'"));
+  EXPECT_EQ(1u, log().count(4, "QivAccessManagementComponent still registered as object implementer for '" + ldapPath +
+                                   "/Ldap'"));
+  // The one kept is tried again, and goes now.
+  EXPECT_EQ(0, component.unregisterAsObjectImplementer());
+  EXPECT_EQ(0, component.unregisterAsObjectImplementer());
+  EXPECT_EQ(0, component.stop(PymStateChangeShutdown));
+}

@@ -1,5 +1,6 @@
 #include "AmQivEaWrapper.h"
 
+#include "Eventually.h"
 #include "FrameworkTestBase.h"
 #include "QiveaStandIn.h"
 #include "ScopedEnvironmentVariable.h"
@@ -52,14 +53,9 @@ bool hasNoChild() {
   return ::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == -1 && errno == ECHILD;
 }
 
-// Polls until pid names no process, for at most bound.
+// Whether pid names no process any more, within bound.
 bool isGoneWithin(int pid, std::chrono::milliseconds bound) {
-  const Clock::time_point deadline = Clock::now() + bound;
-  for (;;) {
-    if (::kill(pid, 0) == -1 && errno == ESRCH) return true;
-    if (Clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
+  return eventually([pid] { return ::kill(pid, 0) == -1 && errno == ESRCH; }, bound);
 }
 
 long millisecondsSince(Clock::time_point start) {

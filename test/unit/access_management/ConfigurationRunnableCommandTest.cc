@@ -69,12 +69,7 @@ class ConfigurationRunnableCommandTest : public FrameworkTestBase {
   }
 
   // The arguments of the calls after the revision query.
-  std::vector<Args> authenticationCalls() {
-    std::vector<Args> calls;
-    for (const Args& call : qivea.calls())
-      if (!call.empty() && call[0] == "authentication") calls.push_back(call);
-    return calls;
-  }
+  std::vector<Args> authenticationCalls() { return qivea.callsStartingWith("authentication"); }
 
   Args prepared(ConfigurationRunnable& runnable, const LdapConfiguration& config) {
     runnable.prepareLdapCommand(config);

@@ -1,5 +1,6 @@
 #include "ConfigurationRunnable.h"
 
+#include "Eventually.h"
 #include "FrameworkTestBase.h"
 #include "LdapModel.h"
 #include "QiveaStandIn.h"
@@ -41,15 +42,6 @@ class LoadedSecurityLibrary {
   void* _handle;
 };
 
-bool eventually(const std::function<bool()>& condition) {
-  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
-  while (!condition()) {
-    if (Clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
-
 }  // namespace
 
 // The configuration thread on the framework stand-in, applying through the qivea stand-in.
@@ -77,12 +69,7 @@ class ConfigurationRunnableThreadTest : public FrameworkTestBase {
     return condition.tryWait(mutex, 10000);
   }
 
-  std::vector<Args> authenticationCalls() {
-    std::vector<Args> calls;
-    for (const Args& call : qivea.calls())
-      if (!call.empty() && call[0] == "authentication") calls.push_back(call);
-    return calls;
-  }
+  std::vector<Args> authenticationCalls() { return qivea.callsStartingWith("authentication"); }
 
   void unlockWithServer() {
     framework().model().setStringValues(METHOD_DN, "administrativeState", {"UNLOCKED"});

@@ -1,0 +1,269 @@
+#include "Eventually.h"
+#include "FrameworkTestBase.h"
+#include "QiveaStandIn.h"
+#include "SecCreduStandIn.h"
+
+#include <Framework/ComponentLibrary.h>
+#include <Qiv/MoAccessorCore.h>
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Args = std::vector<std::string>;
+using Clock = std::chrono::steady_clock;
+
+const char METHOD_CLASS[] = "ManagedElement,SystemFunctions,SecM,UserManagement,LdapAuthenticationMethod";
+const std::vector<std::string> CLASS_PATHS = {
+    "/ManagedElement/SystemFunctions/SecM/UserManagement/LdapAuthenticationMethod",
+    "/ManagedElement/SystemFunctions/SecM/UserManagement/LdapAuthenticationMethod/Ldap",
+    "/ManagedElement/SystemFunctions/SecM/UserManagement/LdapAuthenticationMethod/Ldap/Filter",
+    "/ManagedElement/SystemFunctions/SecM/UserManagement/LdapAuthenticationMethod/Ldap/OrbelinFilter"};
+
+std::string componentFile(const std::string& timeoutSeconds) {
+  return "<QivAccessManagementComponent><ldapInitConfigTimeout>" + timeoutSeconds +
+         "</ldapInitConfigTimeout></QivAccessManagementComponent>";
+}
+
+long millisecondsSince(Clock::time_point start) {
+  return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
+}
+
+}  // namespace
+
+// The built library loaded with dlopen, initialised and started through its descriptor as the
+// framework does, applying through the qivea stand-in.
+class LifecycleTest : public FrameworkTestBase {
+ protected:
+  explicit LifecycleTest(const std::string& model = "ldap20.xml")
+      : FrameworkTestBase(model), library(new Framework::ComponentLibrary(QIV_COMPONENT_LIBRARY)) {}
+
+  ~LifecycleTest() override {
+    // Stopped before unloading, as the framework does.
+    if (descriptor != nullptr) descriptor->stop(PymStateChangeShutdown);
+  }
+
+  // pymLCMinit with the component file; the descriptor the framework then holds.
+  void initialize(const std::string& config = componentFile("0")) {
+    ASSERT_EQ(0, library->init(framework().accessor(), config.c_str()));
+    ASSERT_EQ(1u, framework().portal().components().size());
+    descriptor = framework().portal().components().front();
+  }
+
+  PymReturnT start() { return descriptor->start(PymStateChangeStartup); }
+  PymReturnT stop() { return descriptor->stop(PymStateChangeShutdown); }
+
+  std::vector<Framework::ImplementerCall> registrations(const std::string& operation) {
+    std::vector<Framework::ImplementerCall> calls;
+    for (const Framework::ImplementerCall& call : framework().objectImplementers().calls())
+      if (call.operation == operation) calls.push_back(call);
+    return calls;
+  }
+
+  std::vector<std::string> registeredPaths() {
+    std::vector<std::string> paths;
+    for (const Framework::ImplementerCall& call : registrations("register")) paths.push_back(call.classPath);
+    return paths;
+  }
+
+  std::vector<Args> authenticationCalls() { return qivea.callsStartingWith("authentication"); }
+
+  QiveaStandIn qivea{QIVEA_DIR};
+  std::unique_ptr<Framework::ComponentLibrary> library;
+  PymMgmtSpiComponent_2* descriptor = nullptr;
+};
+
+TEST_F(LifecycleTest, StartRegistersTheLdapClassesAndAppliesTheInitialConfiguration) {
+  initialize();
+  EXPECT_EQ(0, start());
+  EXPECT_EQ(CLASS_PATHS, registeredPaths());
+  for (const Framework::ImplementerCall& call : registrations("register")) {
+    EXPECT_EQ(3, call.version);
+    EXPECT_EQ("QivAccessManagementComponent", call.componentName);
+  }
+  ASSERT_TRUE(eventually([&] { return authenticationCalls().size() == 2; }));
+  EXPECT_EQ((std::vector<Args>{{"authentication", "default", "--prepare"}, {"authentication", "default"}}),
+            authenticationCalls());
+
+  EXPECT_EQ(0, stop());
+  EXPECT_EQ(CLASS_PATHS.size(), registrations("unregister").size());
+  EXPECT_EQ(0, stop());
+  EXPECT_EQ(1u, log().count(4, "QivAccessManagementComponent is already stopped."));
+}
+
+TEST_F(LifecycleTest, SecondStartChangesNothing) {
+  initialize();
+  ASSERT_EQ(0, start());
+  EXPECT_EQ(0, start());
+  EXPECT_EQ(1u, log().count(4, "QivAccessManagementComponent is already started."));
+  EXPECT_EQ(CLASS_PATHS.size(), registrations("register").size());
+}
+
+TEST_F(LifecycleTest, AnotherAccessManagementImplementationTakesPrecedence) {
+  PymMgmtSpiInterface_1 competitor = {"OtherAccessManagement", "PymMwSpiAccessManagement", "1"};
+  ASSERT_TRUE(framework().portal().addInterface(&competitor));
+  initialize();
+  EXPECT_EQ(0, start());
+  EXPECT_EQ(1u, log().count(5, "Interface PymMwSpiAccessManagement v.1 implemented - QivAccessManagementComponent will not be used"));
+  EXPECT_TRUE(framework().objectImplementers().calls().empty());
+  EXPECT_TRUE(qivea.calls().empty());
+  EXPECT_EQ(0, stop());
+  EXPECT_EQ(1u, log().count(4, "QivAccessManagementComponent is already stopped."));
+}
+
+TEST_F(LifecycleTest, OnlyVersion2RegistrationNamesBothTables) {
+  ASSERT_TRUE(framework().portal().removeInterface("PymOamSpiObjectImplementerService",
+                                                   "PymOamSpiRegisterObjectImplementer", "3"));
+  initialize();
+  EXPECT_EQ(0, start());
+  EXPECT_EQ(CLASS_PATHS, registeredPaths());
+  for (const Framework::ImplementerCall& call : registrations("register")) EXPECT_EQ(2, call.version);
+  const auto implementer = framework().objectImplementers().implementer(CLASS_PATHS[1]);
+  ASSERT_TRUE(implementer.has_value());
+  EXPECT_STREQ("PymOamSpiManagedObject", reinterpret_cast<const PymMgmtSpiInterface_1*>(implementer->managedObject)->interfaceName);
+  EXPECT_STREQ("3", reinterpret_cast<const PymMgmtSpiInterface_1*>(implementer->managedObject)->interfaceVersion);
+  EXPECT_STREQ("PymOamSpiTransactionalResource",
+               reinterpret_cast<const PymMgmtSpiInterface_1*>(implementer->transactionalResource)->interfaceName);
+}
+
+TEST_F(LifecycleTest, MissingThreadContextFailsTheStart) {
+  ASSERT_TRUE(framework().portal().removeInterface("PymMgmtSpiThreadContextService", "PymMgmtSpiThreadContext", "2"));
+  initialize();
+  EXPECT_EQ(-1, start());
+  EXPECT_TRUE(framework().objectImplementers().calls().empty());
+}
+
+TEST_F(LifecycleTest, RefusedRegistrationLeavesNothingRegistered) {
+  initialize();
+  framework().objectImplementers().answerNextRegister(0);
+  framework().objectImplementers().answerNextRegister(-3);
+  EXPECT_EQ(-3, start());
+  EXPECT_EQ(1u, log().count(4, "Failed (-3) to register as an object implementer for '" + CLASS_PATHS[1] + "'"));
+  EXPECT_FALSE(framework().objectImplementers().implementer(CLASS_PATHS[0]).has_value());
+  EXPECT_TRUE(qivea.calls().empty());
+}
+
+TEST_F(LifecycleTest, StartWithoutWaitReturnsBeforeTheThreadIsDone) {
+  qivea.script("authentication", "delay-ms", "1500");
+  initialize(componentFile("0"));
+  const Clock::time_point started = Clock::now();
+  EXPECT_EQ(0, start());
+  EXPECT_LT(millisecondsSince(started), 1400);
+  EXPECT_TRUE(eventually([&] { return authenticationCalls().size() == 2; }));
+}
+
+TEST_F(LifecycleTest, StartWaitsForTheInitialConfiguration) {
+  qivea.script("authentication", "delay-ms", "300");
+  initialize(componentFile("10"));
+  EXPECT_EQ(0, start());
+  EXPECT_EQ(2u, authenticationCalls().size());
+  EXPECT_EQ(1u, log().count(8, "Signal received from configuration thread. Initial configuration has been read and set"));
+}
+
+TEST_F(LifecycleTest, TimeOutStopsTheComponentAndJoinsTheThread) {
+  qivea.script("authentication", "delay-ms", "2500");
+  initialize(componentFile("1"));
+  const Clock::time_point started = Clock::now();
+  EXPECT_EQ(-1, start());
+  const long elapsed = millisecondsSince(started);
+  EXPECT_GE(elapsed, 900);
+  EXPECT_LT(elapsed, 9000);  // the wait, then the join of a thread blocked in qivea
+  EXPECT_EQ(1u, log().count(3, "Timeout when waiting for reading/setting of initial configuration. Aborting component start-up."));
+  EXPECT_EQ(1u, log().count(8, "successfully stopped Read and set initial configuration thread"));
+  EXPECT_EQ(CLASS_PATHS.size(), registrations("unregister").size());
+  EXPECT_EQ(0, stop());
+  EXPECT_EQ(1u, log().count(4, "QivAccessManagementComponent is already stopped."));
+}
+
+TEST_F(LifecycleTest, InvalidTimeOutFailsTheStart) {
+  initialize(componentFile("-1"));
+  EXPECT_EQ(-1, start());
+  EXPECT_EQ(1u, log().count(3, "Failed to parse the AccessManagementComponent configuration file."));
+}
+
+TEST_F(LifecycleTest, StartAgainAfterStopRegistersAgain) {
+  initialize();
+  ASSERT_EQ(0, start());
+  ASSERT_TRUE(eventually([&] { return authenticationCalls().size() == 2; }));
+  ASSERT_EQ(0, stop());
+  ASSERT_EQ(0, start());
+  EXPECT_EQ(2 * CLASS_PATHS.size(), registrations("register").size());
+  EXPECT_TRUE(eventually([&] { return authenticationCalls().size() == 4; }));
+}
+
+class LifecycleWithoutMethodTest : public LifecycleTest {
+ protected:
+  LifecycleWithoutMethodTest() : LifecycleTest("no-ldap-auth-method.xml") {}
+};
+
+TEST_F(LifecycleWithoutMethodTest, RunsWithoutObjectImplementationOrThread) {
+  initialize();
+  EXPECT_EQ(0, start());
+  EXPECT_EQ(1u, log().count(4, std::string("Could not find any instance of ('") + METHOD_CLASS +
+                                   "'), will not try to register as object implementer!"));
+  EXPECT_TRUE(framework().objectImplementers().calls().empty());
+  EXPECT_EQ(0, stop());
+  EXPECT_TRUE(framework().objectImplementers().calls().empty());
+  EXPECT_EQ(0u, log().count(4, "QivAccessManagementComponent is already stopped."));
+  EXPECT_TRUE(qivea.calls().empty() || authenticationCalls().empty());
+}
+
+// With the security API's library loaded: the thread waits in select until stopped.
+class LifecycleWithSecurityApiTest : public LifecycleTest {
+ protected:
+  LifecycleWithSecurityApiTest() : _library(dlopen(SEC_CREDU_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {}
+  ~LifecycleWithSecurityApiTest() override {
+    if (descriptor != nullptr) descriptor->stop(PymStateChangeShutdown);
+    descriptor = nullptr;
+    library.reset();
+    if (_library != nullptr) dlclose(_library);
+  }
+
+  SecCreduStandIn security;
+
+ private:
+  void* _library;
+};
+
+TEST_F(LifecycleWithSecurityApiTest, StopWhileTheThreadWaitsInSelectEndsItWithinASecond) {
+  initialize(componentFile("10"));
+  ASSERT_EQ(0, start());
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  const Clock::time_point stopping = Clock::now();
+  EXPECT_EQ(0, stop());
+  EXPECT_LT(millisecondsSince(stopping), 1000);
+  EXPECT_EQ(1u, log().count(8, "Stop Notification received. Stopping configuration runnable"));
+  // The thread may have ended before stop looked at it; either way it was not left running.
+  EXPECT_EQ(0u, log().count(4, "QivAccessManagementComponent failed to join its Read and set initial configuration thread!"));
+}
+
+class LifecycleWithTlsTest : public LifecycleTest {
+ protected:
+  LifecycleWithTlsTest() : LifecycleTest("tls.xml") {}
+};
+
+TEST_F(LifecycleWithTlsTest, CipherFilterChangeIsStoredWhileTlsIsOff) {
+  initialize(componentFile("10"));
+  ASSERT_EQ(0, start());
+  EXPECT_EQ(1u, log().count(8, "Tls DN exists , subscribing to the events on Tls DN"));
+  const std::size_t callsBefore = authenticationCalls().size();
+  {
+    Qiv::MoAccessor accessor(1, 60);
+    std::vector<PymMoAttributeValue_3> value(1);
+    value[0].theString = "HIGH";
+    PymMoAttributeValueContainer_3 container = {PymMoValueType_String, 1, value.data()};
+    accessor.setSeqAttr("ManagedElement=1,SystemFunctions=1,SecM=1,Tls=1", "cipherFilter", container);
+    accessor.commit();
+  }
+  EXPECT_EQ(1u, log().count(8, "Not reconfiguring with cipherFilter HIGH:@STRENGTH since useTls set to false"));
+  EXPECT_EQ(callsBefore, authenticationCalls().size());
+}
