@@ -1,6 +1,7 @@
 #include "Eventually.h"
 #include "FrameworkTestBase.h"
 #include "QiveaStandIn.h"
+#include "ScopedEnvironmentVariable.h"
 #include "SecCreduStandIn.h"
 
 #include <Framework/ComponentLibrary.h>
@@ -198,6 +199,22 @@ TEST_F(LifecycleTest, StartAgainAfterStopRegistersAgain) {
   ASSERT_EQ(0, start());
   EXPECT_EQ(2 * CLASS_PATHS.size(), registrations("register").size());
   EXPECT_TRUE(eventually([&] { return authenticationCalls().size() == 4; }));
+}
+
+TEST_F(LifecycleTest, BuiltInAuthorizationSetsLdapNoInitWhileStarted) {
+  ScopedEnvironmentVariable unset("LDAPNOINIT");
+  initialize("<QivAccessManagementComponent><useBuiltInAuthorization>true</useBuiltInAuthorization>"
+             "</QivAccessManagementComponent>");
+  // The first start checks the setting before it reads the component file.
+  ASSERT_EQ(0, start());
+  EXPECT_EQ(nullptr, std::getenv("LDAPNOINIT"));
+  ASSERT_TRUE(eventually([&] { return authenticationCalls().size() == 2; }));
+  ASSERT_EQ(0, stop());
+  ASSERT_EQ(0, start());
+  ASSERT_NE(nullptr, std::getenv("LDAPNOINIT"));
+  EXPECT_STREQ("true", std::getenv("LDAPNOINIT"));
+  ASSERT_EQ(0, stop());
+  EXPECT_EQ(nullptr, std::getenv("LDAPNOINIT"));
 }
 
 class LifecycleWithoutMethodTest : public LifecycleTest {
