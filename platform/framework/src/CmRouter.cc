@@ -3,12 +3,15 @@
 #include <Framework/CmNotification.h>
 
 #include <Framework/CString.h>
+#include <Framework/CurrentTransaction.h>
+#include <Framework/Dn.h>
 #include <Framework/ManagementFramework.h>
 #include <PymMwSpiLogTrace.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <new>
+#include <stdexcept>
 
 namespace Framework {
 
@@ -146,8 +149,14 @@ QivOamSpiManagedObject_3 extendedTable = {{"QivOamSpiExtCmRouterService", "QivOa
 
 }  // namespace
 
-CmRouter::CmRouter(ModelStore& model, TransactionService& transactions, EventRouter& events, LogCapture& log)
-    : _model(model), _transactions(transactions), _events(events), _log(log), _nextIterator(1) {
+CmRouter::CmRouter(ModelStore& model, TransactionService& transactions, const ObjectImplementerRegistry& implementers,
+                   EventRouter& events, LogCapture& log)
+    : _model(model),
+      _transactions(transactions),
+      _implementers(implementers),
+      _events(events),
+      _log(log),
+      _nextIterator(1) {
   _transactions.setObserver(this);
 }
 
@@ -195,7 +204,7 @@ PymReturnT CmRouter::getAttributes(unsigned long txHandle, const char* dn, const
 PymReturnT CmRouter::setAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
                                   const PymMoAttributeValueContainer_3* value) {
   if (dn == nullptr || attributeName == nullptr) return PymInvalidParameter;
-  return write(txHandle, dn, {{attributeName, value}});
+  return write(txHandle, dn, {{attributeName, value}}, Origin::Component);
 }
 
 PymReturnT CmRouter::setAttributes(unsigned long txHandle, const char* dn,
@@ -206,7 +215,7 @@ PymReturnT CmRouter::setAttributes(unsigned long txHandle, const char* dn,
     if ((*attribute)->name == nullptr) return PymInvalidParameter;
     named.emplace_back((*attribute)->name, &(*attribute)->value);
   }
-  return write(txHandle, dn, named);
+  return write(txHandle, dn, named, Origin::Component);
 }
 
 PymReturnT CmRouter::newIterator(unsigned long txHandle, const char* dn, const char* className, bool releaseAtEnd,
@@ -267,6 +276,24 @@ PymReturnT CmRouter::unsupported(const char* operation) const {
   return PymFailure;
 }
 
+PymReturnT CmRouter::setAttributeForOperator(unsigned long txHandle, const std::string& dn,
+                                             const std::string& attributeName,
+                                             const PymMoAttributeValueContainer_3& value) {
+  return write(txHandle, dn, {{attributeName, &value}}, Origin::Operator);
+}
+
+PymReturnT CmRouter::getAttributeForOperator(unsigned long txHandle, const std::string& dn,
+                                             const std::string& attributeName,
+                                             PymMoAttributeValueResult_3& result) const {
+  const PymReturnT readable = checkRead(txHandle);
+  if (readable != PymOk) return readable;
+  if (const std::optional<ObjectImplementer> implementer = implementerOf(dn)) {
+    const PymReturnT answered = readFromImplementer(txHandle, *implementer, dn, attributeName, result);
+    if (answered != PymNotExist) return answered;
+  }
+  return read(txHandle, dn, attributeName, result);
+}
+
 std::size_t CmRouter::pendingWriteCount(unsigned long txHandle) const {
   std::lock_guard<std::mutex> lock(_mutex);
   const auto found = _pending.find(txHandle);
@@ -277,7 +304,7 @@ void CmRouter::transactionCommitting(unsigned long txHandle) {
   std::lock_guard<std::mutex> lock(_mutex);
   const auto found = _pending.find(txHandle);
   if (found == _pending.end()) return;
-  const PymReturnT applied = _model.apply(found->second);
+  const PymReturnT applied = _model.apply(found->second, &_replaced[txHandle]);
   if (applied != PymOk) {
     _log.record(PymLogError, "commit",
                 "transaction " + std::to_string(txHandle) + ": the model no longer has what it wrote (" +
@@ -285,6 +312,15 @@ void CmRouter::transactionCommitting(unsigned long txHandle) {
     return;
   }
   _committed[txHandle] = found->second;
+}
+
+void CmRouter::transactionCommitRefused(unsigned long txHandle) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  const auto committed = _committed.find(txHandle);
+  if (committed == _committed.end()) return;
+  _model.revert(committed->second, _replaced[txHandle]);
+  _committed.erase(committed);
+  _replaced.erase(txHandle);
 }
 
 void CmRouter::transactionEnded(unsigned long txHandle) {
@@ -303,6 +339,8 @@ void CmRouter::transactionEnded(unsigned long txHandle) {
 
   std::lock_guard<std::mutex> lock(_mutex);
   _pending.erase(txHandle);
+  _joined.erase(txHandle);
+  _replaced.erase(txHandle);
   _kept.erase(txHandle);
   for (auto iterator = _iterators.begin(); iterator != _iterators.end();) {
     iterator = iterator->second.txHandle == txHandle ? _iterators.erase(iterator) : std::next(iterator);
@@ -335,8 +373,8 @@ PymReturnT CmRouter::read(unsigned long txHandle, const std::string& dn, const s
   return isPending ? _model.render(dn, attributeName, pending, &result) : _model.read(dn, attributeName, &result);
 }
 
-PymReturnT CmRouter::write(unsigned long txHandle, const std::string& dn, const NamedContainers& attributes) {
-  std::lock_guard<std::mutex> lock(_mutex);
+PymReturnT CmRouter::write(unsigned long txHandle, const std::string& dn, const NamedContainers& attributes,
+                           Origin origin) {
   if (txHandle == 0) return PymInvalidParameter;
   if (!_transactions.isKnown(txHandle)) return PymNotExist;
   if (!_transactions.isOpen(txHandle)) return PymInvalidParameter;
@@ -352,8 +390,100 @@ PymReturnT CmRouter::write(unsigned long txHandle, const std::string& dn, const 
     }
     changes[{dn, attribute.first}] = std::move(values);
   }
+  if (origin == Origin::Operator) {
+    const PymReturnT delivered = deliver(txHandle, dn, attributes);
+    if (delivered != PymOk) return delivered;
+  }
+  std::lock_guard<std::mutex> lock(_mutex);
+  // Checked again under the lock: the transaction may have begun to commit meanwhile.
+  if (!_transactions.isOpen(txHandle)) return PymInvalidParameter;
   for (auto& change : changes) _pending[txHandle][change.first] = std::move(change.second);
   return PymOk;
+}
+
+PymReturnT CmRouter::deliver(unsigned long txHandle, const std::string& dn, const NamedContainers& attributes) {
+  const std::optional<ObjectImplementer> implementer = implementerOf(dn);
+  if (!implementer.has_value()) return PymOk;
+  CurrentTransaction scope(txHandle);
+  const PymReturnT joined = join(txHandle, *implementer);
+  if (joined != PymOk) return joined;
+  const auto setMoAttribute = implementer->managedObject->setMoAttribute;
+  for (const auto& attribute : attributes) {
+    const PymReturnT result = setMoAttribute == nullptr
+                                  ? PymFailure
+                                  : setMoAttribute(txHandle, dn.c_str(), attribute.first.c_str(), attribute.second);
+    if (result != PymOk) {
+      _log.record(PymLogInfo, "setMoAttribute",
+                  "transaction " + std::to_string(txHandle) + ": " + implementer->componentName + " refused " + dn +
+                      " " + attribute.first + " (" + std::to_string(result) + ")");
+      return result;
+    }
+  }
+  return PymOk;
+}
+
+PymReturnT CmRouter::join(unsigned long txHandle, const ObjectImplementer& implementer) {
+  const PymOamSpiTransactionalResource_2* resource = implementer.transactionalResource;
+  {
+    std::lock_guard<std::mutex> lock(_mutex);
+    // Not for a transaction that has ended: nothing would forget the entry.
+    if (!_transactions.isOpen(txHandle)) return PymInvalidParameter;
+    if (!_joined[txHandle].insert(resource).second) return PymOk;
+  }
+  const std::string about = "transaction " + std::to_string(txHandle) + ": " + implementer.componentName;
+  const PymReturnT result = resource->join == nullptr ? PymOk : resource->join(txHandle);
+  if (result != PymOk) {
+    _log.record(PymLogInfo, "join", about + " refused join (" + std::to_string(result) + ")");
+    // The next write tries again.
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto joined = _joined.find(txHandle);
+    if (joined != _joined.end()) joined->second.erase(resource);
+    return result;
+  }
+  if (!_transactions.isParticipant(txHandle, resource)) {
+    _log.record(PymLogWarning, "join", about + " joined without registering as a participant");
+  }
+  return PymOk;
+}
+
+std::optional<ObjectImplementer> CmRouter::implementerOf(const std::string& dn) const {
+  try {
+    return _implementers.implementer(Dn::implementerPath(dn));
+  } catch (const std::invalid_argument&) {
+    return std::nullopt;
+  }
+}
+
+PymReturnT CmRouter::readFromImplementer(unsigned long txHandle, const ObjectImplementer& implementer,
+                                         const std::string& dn, const std::string& attributeName,
+                                         PymMoAttributeValueResult_3& result) const {
+  const auto getMoAttribute = implementer.managedObject->getMoAttribute;
+  if (getMoAttribute == nullptr) return PymNotExist;
+  PymMoAttributeValueResult_3 answer{};
+  PymReturnT code = PymOk;
+  {
+    CurrentTransaction scope(txHandle);
+    code = getMoAttribute(txHandle, dn.c_str(), attributeName.c_str(), &answer);
+  }
+  const std::string about = "transaction " + std::to_string(txHandle) + ": " + implementer.componentName + "'s " +
+                            dn + " " + attributeName;
+  if (answer.container != nullptr && answer.release == nullptr) {
+    _log.record(PymLogError, "getMoAttribute", about + " came without a release function");
+    return PymFailure;
+  }
+  const ValueCodec::ContainerPtr owned(answer.container, answer.release);
+  if (code != PymOk) return code;
+  if (owned == nullptr) {
+    _log.record(PymLogError, "getMoAttribute", about + " came without a container");
+    return PymFailure;
+  }
+  std::vector<AttributeValue> values;
+  const PymReturnT decoded = _model.decode(dn, attributeName, *owned, values);
+  if (decoded != PymOk) {
+    _log.record(PymLogError, "getMoAttribute", about + " does not fit the model (" + std::to_string(decoded) + ")");
+    return PymFailure;
+  }
+  return _model.render(dn, attributeName, values, &result);
 }
 
 }  // namespace Framework

@@ -21,6 +21,14 @@ std::string Dn::classPath(const std::string& dn) {
   }
 }
 
+std::string Dn::implementerPath(const std::string& dn) {
+  std::string path = "/" + classPath(dn);
+  for (char& character : path) {
+    if (character == ',') character = '/';
+  }
+  return path;
+}
+
 std::string Dn::parent(const std::string& dn) {
   const std::string::size_type comma = dn.rfind(',');
   return comma == std::string::npos ? std::string() : dn.substr(0, comma);

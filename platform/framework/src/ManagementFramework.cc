@@ -29,7 +29,7 @@ ManagementFramework::ManagementFramework(const Options& options) {
     _portal = std::make_unique<InterfacePortal>(_log);
     _objectImplementers = std::make_unique<ObjectImplementerRegistry>(*_portal);
     _eventRouter = std::make_unique<EventRouter>(_log);
-    _cmRouter = std::make_unique<CmRouter>(*_model, *_transactions, *_eventRouter, _log);
+    _cmRouter = std::make_unique<CmRouter>(*_model, *_transactions, *_objectImplementers, *_eventRouter, _log);
     for (const auto& tables : {LogCapture::interfaces(), CryptoService::interfaces(), ThreadContext::interfaces(),
                                TransactionService::interfaces(), ObjectImplementerRegistry::interfaces(),
                                CmRouter::interfaces(), EventRouter::interfaces(), InterfacePortal::interfaces()}) {

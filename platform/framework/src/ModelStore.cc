@@ -71,9 +71,7 @@ PymReturnT ModelStore::read(const std::string& dn, const std::string& attribute,
   std::lock_guard<std::mutex> lock(_mutex);
   const AttributeDefinition* definition = findAttribute(dn, attribute);
   if (definition == nullptr) return PymNotExist;
-  const ModelObject& object = *_content.findObject(dn);
-  const auto values = object.values.find(attribute);
-  return fill(*definition, values == object.values.end() ? std::vector<AttributeValue>() : values->second, result);
+  return fill(*definition, current(dn, attribute), result);
 }
 
 PymReturnT ModelStore::render(const std::string& dn, const std::string& attribute,
@@ -97,13 +95,27 @@ PymReturnT ModelStore::decode(const std::string& dn, const std::string& attribut
   return PymOk;
 }
 
-PymReturnT ModelStore::apply(const Changes& changes) {
+PymReturnT ModelStore::apply(const Changes& changes, Changes* replaced) {
   std::lock_guard<std::mutex> lock(_mutex);
   for (const auto& change : changes) {
     if (findAttribute(change.first.first, change.first.second) == nullptr) return PymNotExist;
   }
-  for (const auto& change : changes) assign(change.first.first, change.first.second, change.second);
+  for (const auto& change : changes) {
+    if (replaced != nullptr) (*replaced)[change.first] = current(change.first.first, change.first.second);
+    assign(change.first.first, change.first.second, change.second);
+  }
   return PymOk;
+}
+
+void ModelStore::revert(const Changes& applied, const Changes& replaced) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  for (const auto& previous : replaced) {
+    const auto written = applied.find(previous.first);
+    if (written == applied.end() || findAttribute(previous.first.first, previous.first.second) == nullptr) continue;
+    if (current(previous.first.first, previous.first.second) == written->second) {
+      assign(previous.first.first, previous.first.second, previous.second);
+    }
+  }
 }
 
 PymReturnT ModelStore::write(const std::string& dn, const std::string& attribute,
@@ -152,15 +164,20 @@ bool ModelStore::hasAttribute(const std::string& dn, const std::string& attribut
   return findAttribute(dn, attribute) != nullptr;
 }
 
+std::optional<AttributeDefinition> ModelStore::attributeDefinition(const std::string& dn,
+                                                                  const std::string& attribute) const {
+  std::lock_guard<std::mutex> lock(_mutex);
+  const AttributeDefinition* definition = findAttribute(dn, attribute);
+  if (definition == nullptr) return std::nullopt;
+  return *definition;
+}
+
 std::vector<std::string> ModelStore::stringValues(const std::string& dn, const std::string& attribute) const {
   std::lock_guard<std::mutex> lock(_mutex);
   const AttributeDefinition& definition = requireAttribute(dn, attribute);
   if (definition.type == PymMoValueType_Struct) throw std::invalid_argument(attribute + " is a structure");
   std::vector<std::string> result;
-  const ModelObject& object = *_content.findObject(dn);
-  const auto values = object.values.find(attribute);
-  if (values == object.values.end()) return result;
-  for (const AttributeValue& value : values->second) result.push_back(ValueCodec::toText(definition, value));
+  for (const AttributeValue& value : current(dn, attribute)) result.push_back(ValueCodec::toText(definition, value));
   return result;
 }
 
@@ -197,10 +214,9 @@ std::vector<std::string> ModelStore::memberStringValues(const std::string& dn, c
   const AttributeDefinition* memberDefinition = definition.member(member);
   if (memberDefinition == nullptr) throw std::invalid_argument(attribute + " has no member " + member);
   std::vector<std::string> result;
-  const ModelObject& object = *_content.findObject(dn);
-  const auto values = object.values.find(attribute);
-  if (values == object.values.end()) return result;
-  for (const auto& memberValues : values->second.front().members) {
+  const std::vector<AttributeValue>& values = current(dn, attribute);
+  if (values.empty()) return result;
+  for (const auto& memberValues : values.front().members) {
     if (memberValues.first != member) continue;
     for (const AttributeValue& value : memberValues.second) {
       result.push_back(ValueCodec::toText(*memberDefinition, value));
@@ -229,6 +245,13 @@ void ModelStore::assign(const std::string& dn, const std::string& attribute, std
   } else {
     object.values[attribute] = std::move(values);
   }
+}
+
+const std::vector<AttributeValue>& ModelStore::current(const std::string& dn, const std::string& attribute) const {
+  static const std::vector<AttributeValue> none;
+  const ModelObject& object = *_content.findObject(dn);
+  const auto values = object.values.find(attribute);
+  return values == object.values.end() ? none : values->second;
 }
 
 }  // namespace Framework

@@ -95,11 +95,13 @@ PymReturnT TransactionService::commit(unsigned long txHandle) {
   PymReturnT result = vote(txHandle, participants, "validate", &validateParticipant);
   if (result == PymOk) result = vote(txHandle, participants, "prepare", &callStep<&Resource::prepare>);
   if (result == PymOk) {
-    if (TransactionObserver* observer = _observer.load()) observer->transactionCommitting(txHandle);
-    notify(txHandle, participants, "commit", &callStep<&Resource::commit>);
-  } else {
-    notify(txHandle, participants, "abort", &callStep<&Resource::abort>);
+    // Committed before the participants' commit, so that they see the new values.
+    TransactionObserver* observer = _observer.load();
+    if (observer != nullptr) observer->transactionCommitting(txHandle);
+    result = vote(txHandle, participants, "commit", &callStep<&Resource::commit>);
+    if (result != PymOk && observer != nullptr) observer->transactionCommitRefused(txHandle);
   }
+  if (result != PymOk) notify(txHandle, participants, "abort", &callStep<&Resource::abort>);
   notify(txHandle, participants, "finish", &callStep<&Resource::finish>);
   end(txHandle);
   return result;
@@ -124,6 +126,14 @@ bool TransactionService::isOpen(unsigned long txHandle) const {
 bool TransactionService::isKnown(unsigned long txHandle) const {
   std::lock_guard<std::mutex> lock(_mutex);
   return _transactions.count(txHandle) != 0;
+}
+
+bool TransactionService::isParticipant(unsigned long txHandle, const Resource* resource) const {
+  std::lock_guard<std::mutex> lock(_mutex);
+  const auto found = _transactions.find(txHandle);
+  if (found == _transactions.end()) return false;
+  const Participants& participants = found->second.participants;
+  return std::find(participants.begin(), participants.end(), resource) != participants.end();
 }
 
 std::vector<std::string> TransactionService::operatorMessages(unsigned long txHandle) const {

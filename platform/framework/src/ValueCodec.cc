@@ -24,7 +24,7 @@ T parseInteger(const AttributeDefinition& definition, const std::string& text) {
   const char* end = text.data() + text.size();
   const auto parsed = std::from_chars(text.data(), end, value);
   if (text.empty() || parsed.ec != std::errc() || parsed.ptr != end) {
-    throw std::invalid_argument("\"" + text + "\" is not a " + AttributeDefinition::typeName(definition.type) +
+    throw std::invalid_argument("\"" + text + "\" is not a valid " + AttributeDefinition::typeName(definition.type) +
                                 " value for \"" + definition.name + "\"");
   }
   return value;
@@ -163,7 +163,15 @@ AttributeValue ValueCodec::fromText(const AttributeDefinition& definition, const
     return scalar(std::to_string(literal));
   }
   PymMoAttributeValue_3 value{};
-  parseScalar(definition, text, value);
+  try {
+    parseScalar(definition, text, value);
+  } catch (const std::invalid_argument&) {
+    if (definition.type != PymMoValueType_Enum || definition.literals.empty()) throw;
+    // Name the choices: an operator who typed a literal wrongly needs them.
+    std::string names;
+    for (const auto& choice : definition.literals) names += (names.empty() ? "" : ", ") + choice.first;
+    throw std::invalid_argument("\"" + text + "\" is no literal of \"" + definition.name + "\" (" + names + ")");
+  }
   return readValue(definition, value);
 }
 

@@ -20,6 +20,12 @@ TEST(Dn, MalformedElementsAreRejected) {
   EXPECT_THROW(Dn::classPath("A="), std::invalid_argument);
 }
 
+TEST(Dn, ImplementerPathIsTheSlashForm) {
+  EXPECT_EQ("/ManagedElement/SystemFunctions/SecM", Dn::implementerPath("ManagedElement=1,SystemFunctions=1,SecM=1"));
+  EXPECT_EQ("/A", Dn::implementerPath("A=x=y"));
+  EXPECT_THROW(Dn::implementerPath("A=1,B"), std::invalid_argument);
+}
+
 TEST(Dn, ParentDropsTheLastElement) {
   EXPECT_EQ("A=1", Dn::parent("A=1,B=2"));
   EXPECT_EQ("", Dn::parent("A=1"));

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 
@@ -263,6 +264,42 @@ TEST(ModelStore, ApplyChangesAllOrNone) {
   EXPECT_EQ(PymOk, store->apply({{{kLdap, "baseDn"}, none}, {{kLdap, "bindDn"}, none}}));
   EXPECT_TRUE(store->stringValues(kLdap, "baseDn").empty());
   EXPECT_TRUE(store->stringValues(kLdap, "bindDn").empty());
+}
+
+TEST(ModelStore, RevertPutsBackWhatApplyReplaced) {
+  const auto store = loaded("ldap20.xml");
+  const ModelStore::Changes changes = {{{kLdap, "baseDn"}, {ValueCodec::fromText({}, "dc=new")}},
+                                       {{kLdap, "fallbackLdapIpAddress"}, {ValueCodec::fromText({}, "10.0.0.2")}}};
+  ModelStore::Changes replaced;
+  ASSERT_EQ(PymOk, store->apply(changes, &replaced));
+  EXPECT_EQ(std::vector<std::string>{"dc=new"}, store->stringValues(kLdap, "baseDn"));
+  ASSERT_EQ(2u, replaced.size());
+  EXPECT_TRUE(replaced.at({kLdap, "fallbackLdapIpAddress"}).empty());
+  store->revert(changes, replaced);
+  EXPECT_EQ(std::vector<std::string>{"dc=example,dc=com"}, store->stringValues(kLdap, "baseDn"));
+  EXPECT_TRUE(store->stringValues(kLdap, "fallbackLdapIpAddress").empty());
+}
+
+TEST(ModelStore, RevertKeepsAValueWrittenSince) {
+  const auto store = loaded("ldap20.xml");
+  const ModelStore::Changes changes = {{{kLdap, "baseDn"}, {ValueCodec::fromText({}, "dc=first")}}};
+  ModelStore::Changes replaced;
+  ASSERT_EQ(PymOk, store->apply(changes, &replaced));
+  store->setStringValues(kLdap, "baseDn", {"dc=later"});
+  store->revert(changes, replaced);
+  EXPECT_EQ(std::vector<std::string>{"dc=later"}, store->stringValues(kLdap, "baseDn"));
+}
+
+TEST(ModelStore, DefinitionsOfAttributes) {
+  const auto store = loaded("ldap20.xml");
+  const std::optional<Framework::AttributeDefinition> tlsMode = store->attributeDefinition(kLdap, "tlsMode");
+  ASSERT_TRUE(tlsMode.has_value());
+  EXPECT_EQ(PymMoValueType_Enum, tlsMode->type);
+  EXPECT_EQ(2u, tlsMode->literals.size());
+  ASSERT_TRUE(store->attributeDefinition(kLdap, "bindPassword").has_value());
+  EXPECT_EQ("password", store->attributeDefinition(kLdap, "bindPassword")->members.at(0).name);
+  EXPECT_FALSE(store->attributeDefinition(kLdap, "noSuch").has_value());
+  EXPECT_FALSE(store->attributeDefinition("ManagedElement=9", "baseDn").has_value());
 }
 
 TEST(ModelStore, ChildrenOfOneClassInDocumentOrder) {

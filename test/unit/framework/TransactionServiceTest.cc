@@ -20,6 +20,7 @@ struct Script {
   bool valid = true;
   PymReturnT validateCode = PymOk;
   PymReturnT prepareCode = PymOk;
+  PymReturnT commitCode = PymOk;
   std::string operatorMessage;  // added through the thread context during validate
 };
 
@@ -46,7 +47,8 @@ template <int participant, Step step>
 PymReturnT stepOf(unsigned long txHandle) {
   static const char* const names[] = {"join", "prepare", "commit", "abort", "finish"};
   note(participant, names[step], txHandle);
-  return step == Prepare ? scripts[participant].prepareCode : PymOk;
+  if (step == Prepare) return scripts[participant].prepareCode;
+  return step == Commit ? scripts[participant].commitCode : PymOk;
 }
 
 template <int participant>
@@ -189,6 +191,34 @@ TEST_F(TransactionTables, PrepareRefusalAbortsEveryParticipant) {
                       "P0 abort", "P1 abort", "P2 abort", "P0 finish", "P1 finish", "P2 finish"},
                      handle),
             calls);
+}
+
+TEST_F(TransactionTables, CommitRefusalAbortsEveryParticipantAndTakesTheValuesBack) {
+  scripts[1].commitCode = -7;
+  const unsigned long handle = begin();
+  ASSERT_EQ(PymOk, setBaseDn(handle, "dc=refused"));
+  static std::string seenWhileCommitting;
+  static TransactionTables* test;
+  test = this;
+  // Enrolled first, and recorded as P2 except for its commit.
+  PymOamSpiTransactionalResource_2 reader = makeParticipant<2>("Reader");
+  reader.commit = [](unsigned long) -> PymReturnT {
+    seenWhileCommitting = test->baseDn(0);
+    return PymOk;
+  };
+  for (const auto* participant : {&reader, &participant0, &participant1}) {
+    ASSERT_EQ(PymOk, master->registerParticipant(handle, participant));
+  }
+  EXPECT_EQ(-7, transaction->commit(handle));
+  EXPECT_EQ("dc=refused", seenWhileCommitting);
+  EXPECT_EQ(expected({"P2 validate", "P0 validate", "P1 validate", "P2 prepare", "P0 prepare", "P1 prepare",
+                      "P0 commit", "P1 commit", "P2 abort", "P0 abort", "P1 abort", "P2 finish", "P0 finish",
+                      "P1 finish"},
+                     handle),
+            calls);
+  EXPECT_EQ(1u, framework->log().countContaining("P1 refused commit (-7)"));
+  EXPECT_EQ("dc=example,dc=com", baseDn(0));
+  EXPECT_EQ(std::vector<std::string>{"dc=example,dc=com"}, framework->model().stringValues(LDAP_DN, "baseDn"));
 }
 
 TEST_F(TransactionTables, AbortCallsAbortAndFinish) {

@@ -65,6 +65,12 @@ TEST(ValueCodec, EnumerationsByLiteralNameOrNumber) {
   EXPECT_THROW(canonical(state, "2"), std::invalid_argument);
   EXPECT_EQ("UNLOCKED", ValueCodec::toText(state, ValueCodec::fromText(state, "1")));
   EXPECT_EQ("77", canonical(definition("free", PymMoValueType_Enum), "77"));
+  try {
+    canonical(state, "OPEN");
+    FAIL() << "an unknown literal must throw";
+  } catch (const std::invalid_argument& error) {
+    EXPECT_STREQ("\"OPEN\" is no literal of \"state\" (LOCKED, UNLOCKED)", error.what());
+  }
 }
 
 TEST(ValueCodec, StringsKeepTheirText) {

@@ -4,6 +4,7 @@
 #include <Framework/EventRouter.h>
 #include <Framework/LogCapture.h>
 #include <Framework/ModelStore.h>
+#include <Framework/ObjectImplementerRegistry.h>
 #include <Framework/TransactionObserver.h>
 #include <Framework/TransactionService.h>
 #include <Framework/ValueCodec.h>
@@ -12,6 +13,8 @@
 #include <cstddef>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,18 +22,26 @@
 namespace Framework {
 
 // The CM router over the model: reads see committed values, plus a transaction's pending writes
-// when given its handle; writes wait in their transaction until it commits. Every write passes
-// through write(), the one place where routing to object implementers belongs. What a
-// transaction committed reaches the event router's consumers once it has ended. Thread-safe.
+// when given its handle; writes wait in their transaction until it commits. What a transaction
+// committed reaches the event router's consumers once it has ended. Thread-safe.
+//
+// Two kinds of callers: components, through the C tables, and operators, through the
+// ...ForOperator methods (OperatorTransaction). Only an operator's writes and reads of a class
+// that has an object implementer reach that implementer; a component writing through the tables
+// (its own objects included) goes straight to the transaction's pending writes and is never
+// called back. Implementers are called without the router's lock, under CurrentTransaction, so
+// they may call back into the router, the transaction master and the thread context.
 class CmRouter : public TransactionObserver {
  public:
-  CmRouter(ModelStore& model, TransactionService& transactions, EventRouter& events, LogCapture& log);
+  CmRouter(ModelStore& model, TransactionService& transactions, const ObjectImplementerRegistry& implementers,
+           EventRouter& events, LogCapture& log);
   ~CmRouter() override;
   CmRouter(const CmRouter&) = delete;
   CmRouter& operator=(const CmRouter&) = delete;
 
-  // The operations of the C tables. Null arguments give PymInvalidParameter, an unknown
-  // transaction handle PymNotExist.
+  // The operations of the C tables, for components: they reach the model only, never an object
+  // implementer. Null arguments give PymInvalidParameter, an unknown transaction handle
+  // PymNotExist.
   PymReturnT getAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
                           PymMoAttributeValueResult_3* result) const;
   // Version 1: the container stays the router's until the transaction ends, or with handle 0
@@ -59,10 +70,24 @@ class CmRouter : public TransactionObserver {
   // fixed. Logs an error naming the operation and gives PymFailure.
   PymReturnT unsupported(const char* operation) const;
 
+  // An operator's write, checked like setAttribute. When dn's class has an object implementer,
+  // the transaction's first write to it calls its join (which enrols it as a participant), then
+  // every write its setMoAttribute; a non-zero answer from either refuses the write and is
+  // returned. An accepted write is kept like setAttribute's. One operator session makes a
+  // transaction's writes one at a time; several transactions may write at once.
+  PymReturnT setAttributeForOperator(unsigned long txHandle, const std::string& dn, const std::string& attributeName,
+                                     const PymMoAttributeValueContainer_3& value);
+  // An operator's read: the implementer of dn's class answers through its getMoAttribute; when
+  // it has none or answers PymNotExist, the model does, as getAttribute. The result is the
+  // router's copy (checked against the model), released with result.release.
+  PymReturnT getAttributeForOperator(unsigned long txHandle, const std::string& dn, const std::string& attributeName,
+                                     PymMoAttributeValueResult_3& result) const;
+
   // Number of attributes the transaction has written and not yet committed.
   std::size_t pendingWriteCount(unsigned long txHandle) const;
 
   void transactionCommitting(unsigned long txHandle) override;
+  void transactionCommitRefused(unsigned long txHandle) override;
   void transactionEnded(unsigned long txHandle) override;
 
   // The "PymOamSpiManagedObject" "1", "3", "3_1" tables of "PymOamSpiCmRouterService" and
@@ -78,21 +103,37 @@ class CmRouter : public TransactionObserver {
     bool releaseAtEnd;
   };
   using NamedContainers = std::vector<std::pair<std::string, const PymMoAttributeValueContainer_3*>>;
+  enum class Origin { Component, Operator };
 
   PymReturnT checkRead(unsigned long txHandle) const;
   // The committed value, or the transaction's pending one.
   PymReturnT read(unsigned long txHandle, const std::string& dn, const std::string& attributeName,
                   PymMoAttributeValueResult_3& result) const;
-  PymReturnT write(unsigned long txHandle, const std::string& dn, const NamedContainers& attributes);
+  // Every write passes here: checked against the model, handed to the implementer when an
+  // operator wrote it, then kept until the transaction commits.
+  PymReturnT write(unsigned long txHandle, const std::string& dn, const NamedContainers& attributes, Origin origin);
+  // The one place where a write reaches an object implementer: the implementer of dn's class,
+  // if any, takes it, joined first when it has not yet joined the transaction. Without the lock.
+  PymReturnT deliver(unsigned long txHandle, const std::string& dn, const NamedContainers& attributes);
+  PymReturnT join(unsigned long txHandle, const ObjectImplementer& implementer);
+  std::optional<ObjectImplementer> implementerOf(const std::string& dn) const;
+  // The implementer's answer to getMoAttribute, copied; PymNotExist when it leaves it to the model.
+  PymReturnT readFromImplementer(unsigned long txHandle, const ObjectImplementer& implementer, const std::string& dn,
+                                 const std::string& attributeName, PymMoAttributeValueResult_3& result) const;
 
   ModelStore& _model;
   TransactionService& _transactions;
+  const ObjectImplementerRegistry& _implementers;
   EventRouter& _events;
   LogCapture& _log;
   mutable std::mutex _mutex;
   std::map<unsigned long, ModelStore::Changes> _pending;
-  // Applied to the model, to be announced when the transaction has ended.
+  // Implementers that joined each transaction (or are joining it).
+  std::map<unsigned long, std::set<const PymOamSpiTransactionalResource_2*>> _joined;
+  // Applied to the model, to be announced when the transaction has ended, and the values they
+  // replaced, put back if a participant refuses its commit.
   std::map<unsigned long, ModelStore::Changes> _committed;
+  std::map<unsigned long, ModelStore::Changes> _replaced;
   std::map<unsigned long, std::vector<ValueCodec::ContainerPtr>> _kept;
   std::map<unsigned long long, Iterator> _iterators;
   unsigned long long _nextIterator;

@@ -7,6 +7,7 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -65,7 +66,11 @@ class ModelStore {
   PymReturnT decode(const std::string& dn, const std::string& attribute, const PymMoAttributeValueContainer_3& value,
                     std::vector<AttributeValue>& values) const;
   // Makes every change committed, or none (PymNotExist when an object or attribute is unknown).
-  PymReturnT apply(const Changes& changes);
+  // replaced, when given, receives the values the changes overwrote (empty: had none).
+  PymReturnT apply(const Changes& changes, Changes* replaced = nullptr);
+  // Undoes an apply: puts back the replaced values wherever the model still holds what applied
+  // wrote, so that a value committed since is kept.
+  void revert(const Changes& applied, const Changes& replaced);
   // decode and apply of one attribute.
   PymReturnT write(const std::string& dn, const std::string& attribute, const PymMoAttributeValueContainer_3& value);
 
@@ -79,6 +84,9 @@ class ModelStore {
   std::vector<std::string> classes() const;
   // Whether dn's class has the attribute.
   bool hasAttribute(const std::string& dn, const std::string& attribute) const;
+  // A copy of the definition of the attribute of dn's class; nothing when dn or the attribute
+  // does not exist.
+  std::optional<AttributeDefinition> attributeDefinition(const std::string& dn, const std::string& attribute) const;
   // Values of a scalar attribute as text (enumerations by literal name); setStringValues takes
   // the same form, or enumeration numbers. Both throw std::invalid_argument for an unknown
   // object or attribute, a structure attribute or a value that does not fit.
@@ -97,6 +105,8 @@ class ModelStore {
   // Like findAttribute, but throws std::invalid_argument.
   const AttributeDefinition& requireAttribute(const std::string& dn, const std::string& attribute) const;
   void assign(const std::string& dn, const std::string& attribute, std::vector<AttributeValue> values);
+  // The values dn's attribute holds now; dn must exist.
+  const std::vector<AttributeValue>& current(const std::string& dn, const std::string& attribute) const;
 
   mutable std::mutex _mutex;
   ModelContent _content;

@@ -11,6 +11,8 @@ class TransactionObserver {
   // Every participant has prepared: the transaction's changes become the committed state now,
   // before the participants' commit.
   virtual void transactionCommitting(unsigned long txHandle) = 0;
+  // A participant refused its commit: what transactionCommitting made committed is taken back.
+  virtual void transactionCommitRefused(unsigned long txHandle) = 0;
   // Committed or aborted; the handle is no longer valid.
   virtual void transactionEnded(unsigned long txHandle) = 0;
 };

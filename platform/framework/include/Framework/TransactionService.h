@@ -14,8 +14,10 @@
 
 namespace Framework {
 
-// Configuration transactions with a two-phase commit over their participants in enrolment order.
-// Thread-safe; participants are called without any lock held, under CurrentTransaction.
+// Configuration transactions with a two-phase commit over their participants in enrolment order:
+// validate, prepare, commit, then finish; a refusal at any of the three voting steps aborts every
+// participant (then finish) and leaves the model as it was. Thread-safe; participants are called
+// without any lock held, under CurrentTransaction.
 class TransactionService {
  public:
   TransactionService(ThreadContext& threadContext, LogCapture& log);
@@ -28,13 +30,15 @@ class TransactionService {
   // for a null resource or a transaction already ending.
   PymReturnT registerParticipant(unsigned long txHandle, const PymOamSpiTransactionalResource_2* resource);
   // PymOk, the refusing participant's code (PymValidationFailed for a false validation), or
-  // PymNotExist for an unknown handle. Either way the transaction has ended.
+  // PymNotExist for an unknown handle (PymInvalidParameter for one already ending). Either way
+  // the transaction has ended.
   PymReturnT commit(unsigned long txHandle);
   PymReturnT abort(unsigned long txHandle);
 
   // Open: begun and not yet committing or aborting; known: open or still ending.
   bool isOpen(unsigned long txHandle) const;
   bool isKnown(unsigned long txHandle) const;
+  bool isParticipant(unsigned long txHandle, const PymOamSpiTransactionalResource_2* resource) const;
   // Texts of the operator messages added while serving the transaction.
   std::vector<std::string> operatorMessages(unsigned long txHandle) const;
 
