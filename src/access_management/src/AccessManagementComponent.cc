@@ -1,13 +1,17 @@
 #include "AccessManagementComponent.h"
 
+#include "AmEntryPoints.h"
 #include "LdapModel.h"
+#include "MoAttributeValueCopy.h"
 
 #include <Qiv/LoggingWrapper.h>
 #include <Qiv/QivException.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sstream>
 
 namespace QivAccessManagement {
 
@@ -61,13 +65,46 @@ AccessManagementComponent::AccessManagementComponent()
       _transactionMaster(nullptr),
       _started(false),
       _moLockHolder(0),
+      _previousUseTlsSet(false),
+      _previousBaseDnSet(false),
+      _configurationChanged(false),
+      _moRefsChanged(false),
+      _resubscribed(false),
+      _applyOnCommit(false),
+      _amLdap(nullptr),
+      _secUaiWrapper("libsec_acs_api.so.1"),
+      _attributeWriter(_configurationRunnable),
       _config(nullptr),
       _eventConsumerStarted(false),
       _initialized(false) {
-  _accessManagement.base = {LdapModel::COMPONENT_NAME, ACCESS_MANAGEMENT_INTERFACE_NAME, "2"};
-  _managedObject1.base = {LdapModel::COMPONENT_NAME, MANAGED_OBJECT, "1"};
-  _managedObject3.base = {LdapModel::COMPONENT_NAME, MANAGED_OBJECT, "3"};
-  _transactionalResource.base = {LdapModel::COMPONENT_NAME, "PymOamSpiTransactionalResource", "2"};
+  _accessManagement = {{LdapModel::COMPONENT_NAME, ACCESS_MANAGEMENT_INTERFACE_NAME, "2"}, am_getRoles_2, am_freeRoles_2};
+  _managedObject1 = {{LdapModel::COMPONENT_NAME, MANAGED_OBJECT, "1"},
+                     am_setMoAttribute_1,
+                     am_getMoAttribute_1,
+                     am_newMoIterator_1,
+                     am_nextMo_1,
+                     am_createMo_1,
+                     am_deleteMo_1,
+                     am_action_1};
+  _managedObject3 = {{LdapModel::COMPONENT_NAME, MANAGED_OBJECT, "3"},
+                     am_setMoAttribute_3,
+                     am_getMoAttribute_3,
+                     am_getMoAttributes_3,
+                     am_newMoIterator_3,
+                     am_nextMo_3,
+                     am_createMo_3,
+                     am_deleteMo_3,
+                     am_action_3,
+                     am_finalizeMoIterator_3,
+                     am_existsMo_3,
+                     am_countMoChildren_3};
+  _transactionalResource = {{LdapModel::COMPONENT_NAME, "PymOamSpiTransactionalResource", "2"},
+                            am_join_2,
+                            am_prepare_2,
+                            am_commit_2,
+                            am_abort_2,
+                            am_finish_2,
+                            am_validate_2};
 
   _interfaces = {&_accessManagement.base, &_managedObject1.base, &_managedObject3.base,
                  &_transactionalResource.base};
@@ -78,7 +115,10 @@ AccessManagementComponent::AccessManagementComponent()
   _optionalDependencies = {&REGISTER_OBJECT_IMPLEMENTER_V2_ID, &REGISTER_OBJECT_IMPLEMENTER_V3_ID};
 }
 
-AccessManagementComponent::~AccessManagementComponent() { delete[] _config; }
+AccessManagementComponent::~AccessManagementComponent() {
+  releaseAttributeValueContainerMaps(_moLockHolder);
+  delete[] _config;
+}
 
 PymReturnT AccessManagementComponent::initialize(const char* config) {
   if (_initialized) {
@@ -242,6 +282,10 @@ PymReturnT AccessManagementComponent::stop(PymStateChangeReason reason) {
   unregisterAsObjectImplementer();
   if (_configurationRunnable.getUseQivAuthorization() && unsetenv("LDAPNOINIT") != 0)
     QIV_TRACE("Unable to unset environment variable LDAPNOINT");
+  {
+    Poco::FastMutex::ScopedLock lock(_transactionMutex);
+    _applyOnCommit = false;
+  }
   try {
     _configurationRunnable.stop();
     if (_configurationThread.isRunning()) {
@@ -258,8 +302,9 @@ PymReturnT AccessManagementComponent::stop(PymStateChangeReason reason) {
   } catch (const Poco::SystemException& e) {
     QIV_LOG(3, "Thread: %s", e.displayText().c_str());
   }
+  Poco::FastMutex::ScopedLock lock(_transactionMutex);
   _started = false;
-  _moLockHolder = 0;
+  releaseMoLock();
   return 0;
 }
 
@@ -354,6 +399,424 @@ void AccessManagementComponent::onTlsMoChange(const PymOamSpiCmEvent_Notificatio
   }
   QIV_TRACE(" << ");
 }
+
+PymReturnT AccessManagementComponent::setMoAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                                                     const PymMoAttributeValueContainer_3* value) {
+  QIV_TRACE(" >> txHandle: %lu, dn: %s, attr: %s", txHandle, orNull(dn), orNull(attributeName));
+  if (txHandle == 0 || dn == nullptr || attributeName == nullptr) return PymInvalidParameter;
+  Poco::FastMutex::ScopedLock lock(_transactionMutex);
+  if (!validTransactionHandle(txHandle)) return PymFailure;
+  if (_moLockHolder == 0) {
+    // The first write of this transaction: it edits a copy of the thread's current record.
+    _moLockHolder = txHandle;
+    _editedConfiguration = _configurationRunnable.getLdapConfiguration();
+    _previousReferences = {_configurationRunnable.getNodeCredentialMoRef(),
+                           _configurationRunnable.getTrustCategoryMoRef()};
+    _editedReferences = _previousReferences;
+    _previousUseTlsSet = _configurationRunnable.isUseTlsSet();
+    _previousBaseDnSet = _configurationRunnable.isBaseDnSet();
+  }
+  switch (_attributeWriter.write(_editedConfiguration, _editedReferences, dn, attributeName, value)) {
+    case LdapAttributeWriter::REFUSED:
+      QIV_LOG(4, "%s", _attributeWriter.refusal().c_str());
+      addMessage(_attributeWriter.refusal());
+      return PymFailure;
+    case LdapAttributeWriter::UNREADABLE:
+      QIV_LOG(4, "Can not read attribute value for attribute: %s", attributeName);
+      return PymFailure;
+    case LdapAttributeWriter::WRITTEN:
+      _configurationChanged = true;
+      break;
+    case LdapAttributeWriter::NOT_HELD:
+      break;
+  }
+  _moRefsChanged = _editedReferences.nodeCredential != _configurationRunnable.getNodeCredentialMoRef() ||
+                   _editedReferences.trustCategory != _configurationRunnable.getTrustCategoryMoRef();
+  const PymMoAttributeValueContainer_3 none = {PymMoValueType_String, 0, nullptr};
+  PymMoAttributeValueContainer_3*& kept = _writtenValues[{dn, attributeName}];
+  MoAttributeValueCopy::release(kept);
+  kept = MoAttributeValueCopy::copy(value != nullptr ? *value : none);
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::getMoAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                                                     PymMoAttributeValueContainer** value) {
+  QIV_TRACE(" >> txHandle: %lu, dn: %s, attr: %s", txHandle, orNull(dn), orNull(attributeName));
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::getMoAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                                                     PymMoAttributeValueResult_3* result) {
+  QIV_TRACE(" >> txHandle: %lu, dn: %s, attr: %s", txHandle, orNull(dn), orNull(attributeName));
+  if (dn == nullptr || attributeName == nullptr || result == nullptr) return PymInvalidParameter;
+  Poco::FastMutex::ScopedLock lock(_transactionMutex);
+  const auto written = _writtenValues.find({dn, attributeName});
+  if (txHandle == 0 || txHandle != _moLockHolder || written == _writtenValues.end()) return PymNotExist;
+  result->container = MoAttributeValueCopy::copy(*written->second);
+  result->release = am_releaseGetMoAttribute;
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::getMoAttributes(unsigned long txHandle, const char* dn,
+                                                      const char** attributeNames,
+                                                      PymMoAttributeValuesResult_3* result) {
+  QIV_TRACE(" >> txHandle: %lu, dn: %s", txHandle, orNull(dn));
+  if (dn == nullptr || attributeNames == nullptr || result == nullptr) return PymInvalidParameter;
+  Poco::FastMutex::ScopedLock lock(_transactionMutex);
+  if (txHandle == 0 || txHandle != _moLockHolder) return PymNotExist;
+  std::vector<const PymMoAttributeValueContainer_3*> found;
+  for (const char** name = attributeNames; *name != nullptr; ++name) {
+    const auto written = _writtenValues.find({dn, *name});
+    if (written == _writtenValues.end()) return PymNotExist;
+    found.push_back(written->second);
+  }
+  auto** containers = static_cast<PymMoAttributeValueContainer_3**>(
+      std::calloc(found.size() + 1, sizeof(PymMoAttributeValueContainer_3*)));
+  if (containers == nullptr) return PymFailure;
+  try {
+    for (std::size_t i = 0; i < found.size(); ++i) containers[i] = MoAttributeValueCopy::copy(*found[i]);
+  } catch (const std::bad_alloc&) {
+    MoAttributeValueCopy::releaseAll(containers);
+    return PymFailure;
+  }
+  result->containers = containers;
+  result->release = am_releaseGetMoAttributes;
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::newMoIterator(unsigned long txHandle, const char* dn, const char* className,
+                                                    void** iterator) {
+  QIV_TRACE(" >> txHandle: %lu, dn: %s, class: %s", txHandle, orNull(dn), orNull(className));
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::newMoIterator(unsigned long txHandle, const char* dn, const char* className,
+                                                    unsigned long long* iterator) {
+  return newMoIterator(txHandle, dn, className, static_cast<void**>(nullptr));
+}
+
+PymReturnT AccessManagementComponent::nextMo(void* iterator, char** result) {
+  QIV_TRACE(" >> ");
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::nextMo(unsigned long long iterator, char** result) {
+  return nextMo(static_cast<void*>(nullptr), result);
+}
+
+PymReturnT AccessManagementComponent::createMo(unsigned long txHandle, const char* parentDn, const char* className,
+                                               const char* keyAttributeName, const char* keyAttributeValue) {
+  QIV_TRACE(" >> txHandle: %lu, dn: %s, class: %s, attrname: %s, attrvalue: %s", txHandle, orNull(parentDn),
+            orNull(className), orNull(keyAttributeName), orNull(keyAttributeValue));
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::createMo(unsigned long txHandle, const char* parentDn, const char* className,
+                                               const char* keyAttributeName, const char* keyAttributeValue,
+                                               PymMoNamedAttributeValueContainer_3** initialAttributes) {
+  return createMo(txHandle, parentDn, className, keyAttributeName, keyAttributeValue);
+}
+
+PymReturnT AccessManagementComponent::deleteMo(unsigned long txHandle, const char* dn) {
+  QIV_TRACE(" >> txHandle: %lu, dn: %s", txHandle, orNull(dn));
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::action(unsigned long txHandle, const char* dn, const char* name,
+                                             PymMoAttributeValueContainer** parameters,
+                                             PymMoAttributeValueContainer** result) {
+  QIV_TRACE(" >> txHandle: %lu, dn: %s, name: %s", txHandle, orNull(dn), orNull(name));
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::action(unsigned long txHandle, const char* dn, const char* name,
+                                             PymMoNamedAttributeValueContainer_3** parameters,
+                                             PymMoAttributeValueResult_3* result) {
+  return action(txHandle, dn, name, static_cast<PymMoAttributeValueContainer**>(nullptr),
+                static_cast<PymMoAttributeValueContainer**>(nullptr));
+}
+
+// The three below print the handle with "%d", unlike the others; the traces keep it so.
+PymReturnT AccessManagementComponent::finalizeMoIterator(unsigned long long iterator) {
+  QIV_TRACE(" >> txHandle: %d", static_cast<int>(iterator));
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::existsMo(unsigned long txHandle, const char* dn, bool* result) {
+  QIV_TRACE(" >> txHandle: %d, dn: %s", static_cast<int>(txHandle), orNull(dn));
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::countMoChildren(unsigned long txHandle, const char* dn, const char* className,
+                                                      unsigned long long* result) {
+  QIV_TRACE(" >> txHandle: %d, dn: %s", static_cast<int>(txHandle), orNull(dn));
+  QIV_TRACE(" << ");
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::join(unsigned long txHandle) {
+  QIV_TRACE(" >> txHandle: %lu", txHandle);
+  const PymReturnT result =
+      _transactionMaster != nullptr ? _transactionMaster->registerParticipant(txHandle, &_transactionalResource) : -1;
+  if (result != 0) QIV_LOG(3, "Failed to registerParticipant");
+  QIV_TRACE(" << ");
+  return result;
+}
+
+PymReturnT AccessManagementComponent::validate(unsigned long txHandle, bool* result) {
+  QIV_TRACE(" >> txHandle: %lu", txHandle);
+  if (result == nullptr) return PymInvalidParameter;
+  Poco::FastMutex::ScopedLock lock(_transactionMutex);
+  *result = true;
+  if (txHandle != _moLockHolder) return 0;
+  QIV_TRACE("Validating attributes...");
+  *result = _configurationRunnable.validateConfiguration(&_editedConfiguration, true) == 0;
+  QIV_TRACE(" << valid: %d", static_cast<int>(*result));
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::prepare(unsigned long txHandle) {
+  QIV_TRACE(" >> txHandle: %lu", txHandle);
+  Poco::FastMutex::ScopedLock lock(_transactionMutex);
+  if (txHandle != _moLockHolder) return 0;
+  if (_moRefsChanged) {
+    QIV_TRACE("NodeCred MoRef or TrustCat MoRef updated");
+    if (!resubscribe(_editedReferences)) return PymFailure;
+    _resubscribed = true;
+  }
+  if (_configurationChanged && !_configurationRunnable.isUsingSecAaFramework()) {
+    QIV_TRACE("Configuration updated - calling QIV EA (with --prepare flag)");
+    const PymReturnT result = _configurationRunnable.prepareUpdateConfiguration(_editedConfiguration);
+    if (result != 0) return result;
+  } else {
+    QIV_TRACE("Configuration not updated - not calling QIV EA");
+  }
+  _applyOnCommit = _configurationChanged;
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::commit(unsigned long txHandle) {
+  QIV_TRACE(" >> txHandle: %lu", txHandle);
+  Poco::FastMutex::ScopedLock lock(_transactionMutex);
+  if (txHandle != _moLockHolder || !_applyOnCommit) {
+    QIV_TRACE("Configuration not updated");
+    return 0;
+  }
+  if (_configurationRunnable.isUsingSecAaFramework()) {
+    QIV_LOG(3, "Applying through the security framework is not available in this build");
+    return PymFailure;
+  }
+  QIV_TRACE("Configuration updated - calling QIV EA");
+  const PymReturnT result = _configurationRunnable.updateConfiguration(_editedConfiguration);
+  // The node runs what was applied: from now on it is the current record.
+  if (result == 0) _configurationRunnable.ldapConfigurationUpdated(&_editedConfiguration);
+  _applyOnCommit = false;
+  return result;
+}
+
+PymReturnT AccessManagementComponent::abort(unsigned long txHandle) {
+  QIV_TRACE(" >> txHandle: %lu", txHandle);
+  Poco::FastMutex::ScopedLock lock(_transactionMutex);
+  if (txHandle != _moLockHolder) return 0;
+  // Nothing of the transaction stays: the marks and a subscription it changed are given back.
+  _configurationRunnable.setUseTlsSet(_previousUseTlsSet);
+  _configurationRunnable.setBaseDnSet(_previousBaseDnSet);
+  if (_resubscribed) resubscribe(_previousReferences);
+  releaseMoLock();
+  return 0;
+}
+
+PymReturnT AccessManagementComponent::finish(unsigned long txHandle) {
+  QIV_TRACE(" >> txHandle: %lu", txHandle);
+  Poco::FastMutex::ScopedLock lock(_transactionMutex);
+  releaseAttributeValueContainerMaps(txHandle);
+  if (txHandle == _moLockHolder) releaseMoLock();
+  return 0;
+}
+
+void AccessManagementComponent::releaseAttributeValueContainerMaps(unsigned long txHandle) {
+  if (txHandle == 0 || txHandle != _moLockHolder) return;
+  for (auto& written : _writtenValues) MoAttributeValueCopy::release(written.second);
+  _writtenValues.clear();
+}
+
+void AccessManagementComponent::releaseMoLock() {
+  releaseAttributeValueContainerMaps(_moLockHolder);
+  _moLockHolder = 0;
+  _configurationChanged = false;
+  _moRefsChanged = false;
+  _resubscribed = false;
+  _applyOnCommit = false;
+}
+
+bool AccessManagementComponent::resubscribe(const LdapAttributeWriter::References& references) {
+  const std::string nodeCredential = _configurationRunnable.getNodeCredentialMoRef();
+  const std::string trustCategory = _configurationRunnable.getTrustCategoryMoRef();
+  _configurationRunnable.setNodeCredentialMoRef(references.nodeCredential);
+  _configurationRunnable.setTrustCategoryMoRef(references.trustCategory);
+  if (!_configurationRunnable.isSecApiOpRunning()) {
+    // Taken at the thread's next subscription.
+    QIV_TRACE("SEC API is not available");
+    return true;
+  }
+  if (!_configurationRunnable.requestResubscription()) {
+    QIV_LOG(3, "subscribe failed with changed nodeCredential or trustCategory morefs");
+    _configurationRunnable.setNodeCredentialMoRef(nodeCredential);
+    _configurationRunnable.setTrustCategoryMoRef(trustCategory);
+    return false;
+  }
+  QIV_TRACE("Notification received from _subscribeCompleteNotification for SecApi subscription completed");
+  return true;
+}
+
+PymReturnT AccessManagementComponent::getRoles(const char* method, const char* userName, const char*** roles) {
+  QIV_TRACE(" >> method: '%s' user: '%s'", orNull(method), orNull(userName));
+  if (!_started) {
+    QIV_LOG(3, "%s not properly initialized -> not possible to get user roles!", LdapModel::COMPONENT_NAME);
+    return -1;
+  }
+  if (!isValidMethod(method)) return -1;
+  if (_configurationRunnable.isRunning()) {
+    QIV_LOG(4, "Not able to get user roles at this moment!");
+    return 1;
+  }
+  const bool sec = _configurationRunnable.isUsingSecAaFramework();
+  const bool initial = _configurationRunnable.isInitialConfigurationSet();
+  if (!sec && !initial) {
+    QIV_LOG(3, "No SEC available or initial LDAP configuration not set!");
+    return -1;
+  }
+  LdapConfiguration config = _configurationRunnable.getLdapConfiguration();
+  bool ldapEnabled = initial && config.administrativeState == UNLOCKED;
+  if (!sec && !ldapEnabled) {
+    QIV_LOG(4, "Authentication is not administratively unlocked");
+    return -1;
+  }
+  if (ldapEnabled) {
+    QIV_TRACE("Validating attributes...");
+    LdapConfiguration copy = config;
+    if (_configurationRunnable.validateConfiguration(&copy, false) != 0) {
+      QIV_LOG(4, "LDAP configuration failed validation, disabling Legacy LDAP authentication!");
+      ldapEnabled = false;
+    }
+  }
+  const std::string user = userName != nullptr ? userName : "";
+  std::string rolesText;
+  PymReturnT result = 0;
+  if (sec) {
+    QIV_TRACE("Using Service Module authorization function");
+    std::vector<std::string> found;
+    found.reserve(10);
+    result = _secUaiWrapper.getRoles(user, found);
+    for (const std::string& role : found) {
+      if (&role != &found.front()) rolesText += ',';
+      rolesText += role;
+    }
+  } else if (ldapEnabled && _configurationRunnable.getUseQivAuthorization()) {
+    QIV_TRACE("Using QIV built in authorization function");
+    IAmLdap* amLdap = _amLdap;
+    if (amLdap == nullptr) {
+      QIV_LOG(3, "No built-in LDAP authorization installed");
+      return -1;
+    }
+    result = amLdap->authorizationLdap(&config, user, rolesText);
+  } else if (ldapEnabled) {
+    if (config.filterType == FILTER_TYPE_NOT_SET) {
+      QIV_LOG(4, "%s (or the deprecated attribute %s) must be set to get roles.", LdapModel::PROFILE_FILTER,
+              LdapModel::FILTER_TYPE);
+      return -1;
+    }
+    const std::string arguments = authorizationArguments(config, user);
+    QIV_TRACE("Using QIV EA authorization function");
+    result = _qivEa.authorizationLdap(arguments, rolesText, 30000);
+  } else {
+    QIV_LOG(4, "No authentication method is enabled/available");
+    return -1;
+  }
+  QIV_TRACE("Got following roles '%s' for user '%s'", rolesText.c_str(), user.c_str());
+  if (result != 0) {
+    QIV_LOG(3, "getRoles failed (%d)", result);
+    return result;
+  }
+  if (rolesText.empty()) {
+    QIV_LOG(4, "User has no roles!");
+    return -1;
+  }
+  try {
+    allocRoles(rolesText, roles);
+  } catch (const Qiv::QivException& e) {
+    QIV_LOG(3, "Caught exception: %s", e.what());
+    return -10;
+  }
+  return 0;
+}
+
+std::string AccessManagementComponent::authorizationArguments(const LdapConfiguration& config,
+                                                              const std::string& user) const {
+  std::string arguments = " --userId=" + user;
+  arguments += " --filterType=" + std::to_string(static_cast<int>(config.filterType));
+  if (config.filterType == FLEXIBLE && !config.filter.empty() && !config.type.empty())
+    arguments += " --filter=" + config.filter + " --type=" + config.type;
+  if (!config.nodeType.empty() && config.targetBasedAccessControl == UNLOCKED)
+    arguments += " --nodeType=" + config.nodeType;
+  if (!config.roleAliasesBaseDn.empty()) arguments += " --roleAliasesBaseDn=" + config.roleAliasesBaseDn;
+  if (!config.bindDn.empty()) arguments += " --bindDn=" + config.bindDn;
+  if (!config.bindPassword.empty()) arguments += " --bindPassword=" + config.bindPassword;
+  if (config.useTls) {
+    arguments += " --useTls";
+    const std::string tlsMode = ConfigurationRunnable::getTextForTlsMode(config.tlsMode);
+    if (_configurationRunnable.getQiveaTlsModeSupport() && !tlsMode.empty()) arguments += " " + tlsMode;
+  }
+  return arguments;
+}
+
+PymReturnT AccessManagementComponent::freeRoles(const char* method, const char** roles) {
+  QIV_TRACE(" >> method: %s", orNull(method));
+  if (!isValidMethod(method)) return -1;
+  if (roles != nullptr) {
+    for (const char** role = roles; *role != nullptr; ++role) std::free(const_cast<char*>(*role));
+    std::free(roles);
+  }
+  return 0;
+}
+
+void AccessManagementComponent::allocRoles(const std::string& roles, const char*** result) {
+  std::vector<std::string> pieces;
+  split(roles, ',', pieces);
+  if (pieces.empty()) return;
+  auto** array = static_cast<const char**>(std::malloc(sizeof(char*) * (pieces.size() + 1)));
+  if (array == nullptr) throw Qiv::QivException("Cannot allocate %d roles", static_cast<int>(pieces.size()));
+  std::size_t filled = 0;
+  for (; filled < pieces.size(); ++filled) {
+    const std::size_t size = pieces[filled].size() + 1;
+    char* role = static_cast<char*>(std::malloc(size));
+    if (role == nullptr) break;
+    std::snprintf(role, size, "%s", pieces[filled].c_str());
+    array[filled] = role;
+  }
+  array[filled] = nullptr;
+  if (filled < pieces.size()) {
+    freeRoles("default", array);
+    throw Qiv::QivException("Cannot allocate role %d", static_cast<int>(filled));
+  }
+  *result = array;
+}
+
+void AccessManagementComponent::split(const std::string& text, char separator, std::vector<std::string>& pieces) {
+  std::istringstream stream(text);
+  for (std::string piece; std::getline(stream, piece, separator);) pieces.push_back(piece);
+}
+
+void AccessManagementComponent::setQivAuthorization(IAmLdap* amLdap) { _amLdap = amLdap; }
 
 ConfigurationRunnable& AccessManagementComponent::getConfigurationRunnable() { return _configurationRunnable; }
 

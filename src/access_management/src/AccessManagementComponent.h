@@ -3,8 +3,11 @@
 
 #include "CmEventConsumer.h"
 #include "ConfigurationRunnable.h"
+#include "IAmLdap.h"
+#include "LdapAttributeWriter.h"
 #include "LdapConfiguration.h"
 #include "PymComponent.h"
+#include "SecUaiWrapper.h"
 
 #include <PymMgmtSpiThreadContext.h>
 #include <PymMwSpiAccessManagement.h>
@@ -15,7 +18,10 @@
 #include <Poco/Mutex.h>
 #include <Poco/Thread.h>
 
+#include <atomic>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace QivAccessManagement {
@@ -62,6 +68,61 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   // The Tls MO changed: a new cipher filter reconfigures LDAP. The event router's thread.
   void onTlsMoChange(const PymOamSpiCmEvent_Notification_1& notification);
 
+  // Role queries; framework request threads, concurrently with everything else.
+  // 0 with *roles set; 1 while the configuration thread is busy; -1 for a refusal; -10 when the
+  // answer cannot be built; another back end's code as it is.
+  PymReturnT getRoles(const char* method, const char* userName, const char*** roles);
+  // Gives back what getRoles handed out: 0, or -1 for an invalid method.
+  PymReturnT freeRoles(const char* method, const char** roles);
+  // The null-terminated malloc'ed array of the comma-separated roles; *result untouched when
+  // there is no piece.
+  void allocRoles(const std::string& roles, const char*** result);
+  // Appends the pieces of text between separators; a trailing separator adds no empty piece.
+  static void split(const std::string& text, char separator, std::vector<std::string>& pieces);
+  // The built-in directory lookup; not owned.
+  void setQivAuthorization(IAmLdap* amLdap);
+
+  // Managed-object operations on the LDAP objects. Only attribute writes and the reads of values
+  // a transaction wrote do anything; the objects are neither created nor deleted here. One
+  // operation for both table versions where their layouts agree.
+  PymReturnT setMoAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                            const PymMoAttributeValueContainer_3* value);
+  PymReturnT getMoAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                            PymMoAttributeValueContainer** value);
+  // What this transaction wrote and has not committed; -2 for anything else.
+  PymReturnT getMoAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                            PymMoAttributeValueResult_3* result);
+  // All of the named attributes written by this transaction, or -2.
+  PymReturnT getMoAttributes(unsigned long txHandle, const char* dn, const char** attributeNames,
+                             PymMoAttributeValuesResult_3* result);
+  PymReturnT newMoIterator(unsigned long txHandle, const char* dn, const char* className, void** iterator);
+  PymReturnT newMoIterator(unsigned long txHandle, const char* dn, const char* className, unsigned long long* iterator);
+  PymReturnT nextMo(void* iterator, char** result);
+  PymReturnT nextMo(unsigned long long iterator, char** result);
+  PymReturnT createMo(unsigned long txHandle, const char* parentDn, const char* className, const char* keyAttributeName,
+                      const char* keyAttributeValue);
+  PymReturnT createMo(unsigned long txHandle, const char* parentDn, const char* className, const char* keyAttributeName,
+                      const char* keyAttributeValue, PymMoNamedAttributeValueContainer_3** initialAttributes);
+  PymReturnT deleteMo(unsigned long txHandle, const char* dn);
+  PymReturnT action(unsigned long txHandle, const char* dn, const char* name, PymMoAttributeValueContainer** parameters,
+                    PymMoAttributeValueContainer** result);
+  PymReturnT action(unsigned long txHandle, const char* dn, const char* name,
+                    PymMoNamedAttributeValueContainer_3** parameters, PymMoAttributeValueResult_3* result);
+  PymReturnT finalizeMoIterator(unsigned long long iterator);
+  PymReturnT existsMo(unsigned long txHandle, const char* dn, bool* result);
+  PymReturnT countMoChildren(unsigned long txHandle, const char* dn, const char* className, unsigned long long* result);
+
+  // The transactional resource. The transaction holding the MO lock is the only one whose
+  // phases act; the others' are answered with 0.
+  PymReturnT join(unsigned long txHandle);
+  PymReturnT validate(unsigned long txHandle, bool* result);
+  PymReturnT prepare(unsigned long txHandle);
+  PymReturnT commit(unsigned long txHandle);
+  PymReturnT abort(unsigned long txHandle);
+  PymReturnT finish(unsigned long txHandle);
+  // Frees the values the transaction wrote, as getMoAttribute kept them.
+  void releaseAttributeValueContainerMaps(unsigned long txHandle);
+
   ConfigurationRunnable& getConfigurationRunnable();
 
   bool isStarted() const;
@@ -91,6 +152,13 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   PymReturnT findFrameworkServices();
   // Waits for the configuration thread's start-up signal; -1 (component stopped) on time-out.
   PymReturnT waitForInitialConfiguration(uint16_t seconds);
+  // The argument of "qivea authorization ldap search" for user.
+  std::string authorizationArguments(const LdapConfiguration& config, const std::string& user) const;
+  // Ends the transaction holding the MO lock; under _transactionMutex.
+  void releaseMoLock();
+  // Hands the edited references to the configuration thread and has it subscribe with them;
+  // false (references given back) when it could not.
+  bool resubscribe(const LdapAttributeWriter::References& references);
 
   OIVersion _oiVersion;
   PymMwSpiAccessManagement_2 _accessManagement;
@@ -103,11 +171,28 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   PymMgmtSpiThreadContext_2* _threadContext;
   PymOamSpiManagedObject_3* _cmRouter;
   PymOamSpiTransactionMaster_2* _transactionMaster;
-  bool _started;
-  unsigned long _moLockHolder;  // the transaction editing the LDAP objects, 0: none
+  std::atomic<bool> _started;
+  // The transaction editing the LDAP objects (0: none) and what it has done so far; all under
+  // _transactionMutex.
+  unsigned long _moLockHolder;
+  Poco::FastMutex _transactionMutex;
+  LdapConfiguration _editedConfiguration;
+  LdapAttributeWriter::References _editedReferences;
+  LdapAttributeWriter::References _previousReferences;
+  bool _previousUseTlsSet;
+  bool _previousBaseDnSet;
+  bool _configurationChanged;
+  bool _moRefsChanged;
+  bool _resubscribed;
+  bool _applyOnCommit;  // prepare accepted the change: commit applies it
+  std::map<std::pair<std::string, std::string>, PymMoAttributeValueContainer_3*> _writtenValues;
+  std::atomic<IAmLdap*> _amLdap;
+  SecUaiWrapper _secUaiWrapper;
+  AmQivEaWrapper _qivEa;
   Poco::Condition _startUpCondition;
   Poco::FastMutex _startUpMutex;
   ConfigurationRunnable _configurationRunnable;
+  LdapAttributeWriter _attributeWriter;
   Poco::Thread _configurationThread;
   std::vector<std::string> _registeredClassPaths;
   Poco::FastMutex _mutex;

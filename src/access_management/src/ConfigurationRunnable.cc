@@ -11,6 +11,7 @@
 
 #include <Poco/Exception.h>
 
+#include <poll.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -190,6 +191,13 @@ ConfigurationRunnable::~ConfigurationRunnable() = default;
 
 void ConfigurationRunnable::addExternalInterface(PymMgmtSpiInterface_1* interface) {
   if (interface == nullptr) return;
+  // A later start hands in the framework's current one; the one of an earlier start may be gone.
+  _externalInterfaces.erase(std::remove_if(_externalInterfaces.begin(), _externalInterfaces.end(),
+                                           [&](PymMgmtSpiInterface_1* known) {
+                                             return interface->interfaceName != nullptr &&
+                                                    hasInterfaceName(known, interface->interfaceName);
+                                           }),
+                            _externalInterfaces.end());
   _externalInterfaces.push_back(interface);
   if (hasInterfaceName(interface, CRYPTO_INTERFACE))
     _crypto.setInterface(reinterpret_cast<PymMwSpiCrypto_1*>(interface));
@@ -1153,6 +1161,11 @@ bool ConfigurationRunnable::requestResubscription() {
   try {
     const char request = 'S';
     _subscribeRequest.writeBytes(&request, 1);
+    // The loop may end before it answers (a stop): then nobody will.
+    pollfd answerReady = {_subscribeComplete.readHandle(), POLLIN, 0};
+    while (::poll(&answerReady, 1, 100) == 0) {
+      if (!_secApiOpRunning) return false;
+    }
     char answer = 0;
     if (_subscribeComplete.readBytes(&answer, 1) != 1) return false;
     QIV_TRACE("Read 1 byte sent from configuration runnable thread for _subscribeCompleteNotification");
@@ -1247,6 +1260,10 @@ bool ConfigurationRunnable::getUseQivAuthorization() const { return _useQivAutho
 void ConfigurationRunnable::setUseTlsSet(bool set) { _useTlsSet = set; }
 
 void ConfigurationRunnable::setBaseDnSet(bool set) { _baseDnSet = set; }
+
+bool ConfigurationRunnable::isUseTlsSet() const { return _useTlsSet; }
+
+bool ConfigurationRunnable::isBaseDnSet() const { return _baseDnSet; }
 
 void ConfigurationRunnable::setLdap20AttributesExist(bool exist) { _ldap20AttributesExist = exist; }
 

@@ -198,6 +198,8 @@ class ConfigurationRunnable : public Poco::Runnable {
 
   void setUseTlsSet(bool set);
   void setBaseDnSet(bool set);
+  bool isUseTlsSet() const;
+  bool isBaseDnSet() const;
   void setLdap20AttributesExist(bool exist);
   bool isLdap20AttributesExist() const;
 
@@ -243,8 +245,8 @@ class ConfigurationRunnable : public Poco::Runnable {
   std::string _ldapAuthenticationMethodDn;
   std::vector<PymMgmtSpiInterface_1*> _externalInterfaces;
   Qiv::CryptoUtility _crypto;
-  bool _useTlsSet;
-  bool _baseDnSet;
+  std::atomic<bool> _useTlsSet;
+  std::atomic<bool> _baseDnSet;
   bool _ldap20AttributesExist;
   bool _ldap20MigrationRunning;
   bool _tlsDnExists;
@@ -268,8 +270,8 @@ class ConfigurationRunnable : public Poco::Runnable {
   Poco::Pipe _subscribeComplete;
   Poco::Pipe _stopRequest;
   std::atomic<bool> _secApiOpRunning;
-  bool _initialConfigurationSet;
-  bool _usingSecAaFramework;
+  std::atomic<bool> _initialConfigurationSet;
+  std::atomic<bool> _usingSecAaFramework;
   Qiv::SecApi _secApi;
   LdapMethod _ldapMethod;
 };

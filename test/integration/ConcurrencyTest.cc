@@ -1,0 +1,180 @@
+#include "AttributeValue.h"
+#include "FrameworkTestBase.h"
+#include "QiveaStandIn.h"
+
+#include <Framework/ComponentLibrary.h>
+#include <Framework/CurrentTransaction.h>
+#include <PymMwSpiAccessManagement.h>
+#include <PymOamSpiManagedObject.h>
+#include <PymOamSpiTransaction.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+const char METHOD_DN[] = "ManagedElement=1,SystemFunctions=1,SecM=1,UserManagement=1,LdapAuthenticationMethod=1";
+const char LDAP_DN[] = "ManagedElement=1,SystemFunctions=1,SecM=1,UserManagement=1,LdapAuthenticationMethod=1,Ldap=1";
+const char COMPONENT_FILE[] =
+    "<QivAccessManagementComponent><ldapInitConfigTimeout>10</ldapInitConfigTimeout></QivAccessManagementComponent>";
+const std::chrono::seconds RUN_TIME(3);
+// Far beyond what any step may take: a thread still busy then is stuck.
+const std::chrono::seconds DEADLOCK_LIMIT(60);
+
+// Every code a role query may answer: success, busy, not started, the refusals, the answer that
+// could not be built, and the codes of the external command.
+const std::set<PymReturnT> ROLE_CODES = {0, 1, 2, -1, -2, -4, -6, -8, -9, -10, -11};
+
+}  // namespace
+
+// Role queries on several threads while another thread commits configuration transactions and a
+// third stops and starts the component, for a bounded time, against the built library.
+class ConcurrencyTest : public FrameworkTestBase {
+ protected:
+  ConcurrencyTest() : library(new Framework::ComponentLibrary(QIV_COMPONENT_LIBRARY)) {}
+
+  ~ConcurrencyTest() override {
+    if (descriptor != nullptr) descriptor->stop(PymStateChangeShutdown);
+  }
+
+  void SetUp() override {
+    framework().model().setStringValues(METHOD_DN, "administrativeState", {"UNLOCKED"});
+    qivea.setUsers("alice:admin,operator\nbob:viewer\n");
+    ASSERT_EQ(0, library->init(framework().accessor(), COMPONENT_FILE));
+    descriptor = framework().portal().components().front();
+    accessManagement = reinterpret_cast<PymMwSpiAccessManagement_2*>(descriptor->interfaceArray[0]);
+    managedObject = reinterpret_cast<PymOamSpiManagedObject_3*>(descriptor->interfaceArray[2]);
+    resource = reinterpret_cast<PymOamSpiTransactionalResource_2*>(descriptor->interfaceArray[3]);
+    ASSERT_EQ(0, descriptor->start(PymStateChangeStartup));
+  }
+
+  // Until the deadline: asks for roles and gives back every answer, counting the codes.
+  void askForRoles(const char* user) {
+    while (running()) {
+      const char** roles = nullptr;
+      const PymReturnT result = accessManagement->getRoles("LDAP", user, &roles);
+      if (result == 0) {
+        const bool complete = roles != nullptr && roles[0] != nullptr;
+        if (!complete) record("answer 0 without roles");
+        // A stop in between refuses the return with 2: the array is then the caller's to free.
+        if (accessManagement->freeRoles("LDAP", roles) != 0) freeLocally(roles);
+      } else if (roles != nullptr) {
+        record("roles handed out with code " + std::to_string(result));
+      }
+      record(result);
+      // Often enough to meet every state, seldom enough to keep the captured log small.
+      std::this_thread::sleep_for(std::chrono::microseconds(500));
+    }
+  }
+
+  // Until the deadline: one transaction after the other, each changing the base DN.
+  void commitTransactions() {
+    for (int round = 0; running(); ++round) {
+      const unsigned long tx = framework().transactions().begin();
+      PymReturnT written = 0;
+      {
+        const Framework::CurrentTransaction current(tx);
+        written = resource->join(tx);
+        const AttributeValue baseDn = AttributeValue::text("dc=round" + std::to_string(round));
+        if (written == 0) written = managedObject->setMoAttribute(tx, LDAP_DN, "baseDn", baseDn.get());
+      }
+      if (written != 0) {
+        // Refused while the component was stopped: the framework gives up the transaction.
+        framework().transactions().abort(tx);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        continue;
+      }
+      const PymReturnT result = framework().transactions().commit(tx);
+      std::lock_guard<std::mutex> lock(_mutex);
+      ++_transactionResults[result];
+    }
+  }
+
+  // Until the deadline: stop, then start again.
+  void restart() {
+    while (running()) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(150));
+      const PymReturnT stopped = descriptor->stop(PymStateChangeShutdown);
+      const PymReturnT started = descriptor->start(PymStateChangeStartup);
+      std::lock_guard<std::mutex> lock(_mutex);
+      if (stopped != 0 || started != 0)
+        _problems.push_back("restart gave " + std::to_string(stopped) + "/" + std::to_string(started));
+      ++_restarts;
+    }
+  }
+
+  static void freeLocally(const char** roles) {
+    for (const char** role = roles; role != nullptr && *role != nullptr; ++role) std::free(const_cast<char*>(*role));
+    std::free(roles);
+  }
+
+  bool running() const { return std::chrono::steady_clock::now() < _deadline; }
+
+  void record(PymReturnT code) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    ++_roleResults[code];
+  }
+
+  void record(const std::string& problem) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    _problems.push_back(problem);
+  }
+
+  QiveaStandIn qivea{QIVEA_DIR};
+  std::unique_ptr<Framework::ComponentLibrary> library;
+  PymMgmtSpiComponent_2* descriptor = nullptr;
+  PymMwSpiAccessManagement_2* accessManagement = nullptr;
+  PymOamSpiManagedObject_3* managedObject = nullptr;
+  PymOamSpiTransactionalResource_2* resource = nullptr;
+
+  std::chrono::steady_clock::time_point _deadline = std::chrono::steady_clock::now() + RUN_TIME;
+  std::mutex _mutex;
+  std::map<PymReturnT, int> _roleResults;
+  std::map<PymReturnT, int> _transactionResults;
+  std::vector<std::string> _problems;
+  int _restarts = 0;
+};
+
+TEST_F(ConcurrencyTest, RoleQueriesTransactionsAndRestartsRunTogetherWithoutDeadlockOrUndocumentedCode) {
+  _deadline = std::chrono::steady_clock::now() + RUN_TIME;
+  std::vector<std::future<void>> workers;
+  for (const char* user : {"alice", "bob", "alice", "nobody"})
+    workers.push_back(std::async(std::launch::async, [this, user] { askForRoles(user); }));
+  workers.push_back(std::async(std::launch::async, [this] { commitTransactions(); }));
+  workers.push_back(std::async(std::launch::async, [this] { restart(); }));
+  for (std::future<void>& worker : workers) {
+    if (worker.wait_for(RUN_TIME + DEADLOCK_LIMIT) != std::future_status::ready) {
+      // Joining a stuck thread would hang the whole suite.
+      std::fprintf(stderr, "a worker is still busy long after the deadline: deadlock\n");
+      std::abort();
+    }
+    worker.get();
+  }
+
+  std::lock_guard<std::mutex> lock(_mutex);
+  EXPECT_TRUE(_problems.empty()) << _problems.front();
+  for (const auto& result : _roleResults) EXPECT_EQ(1u, ROLE_CODES.count(result.first)) << "role query code " << result.first;
+  // Every party made progress.
+  EXPECT_GT(_roleResults[0], 0);
+  EXPECT_GT(_restarts, 0);
+  int transactions = 0;
+  for (const auto& result : _transactionResults) transactions += result.second;
+  EXPECT_GT(transactions, 0);
+  EXPECT_GT(_transactionResults[0], 0);
+  for (const auto& result : _roleResults) std::printf("role query code %d: %d times\n", result.first, result.second);
+  for (const auto& result : _transactionResults)
+    std::printf("transaction result %d: %d times\n", result.first, result.second);
+  std::printf("restarts: %d\n", _restarts);
+}
