@@ -21,6 +21,9 @@ class QiveaStandIn {
   // programDirectory holds the built qivea.
   explicit QiveaStandIn(const std::string& programDirectory)
       : _path("PATH", programDirectory + ":" + currentPath()), _homeVariable("QIVEA_HOME", home()) {
+    // A temporary name can come round again (pids are reused): start from an empty home.
+    Poco::File root(_root.path());
+    if (root.exists()) root.remove(true);
     Poco::File(home()).createDirectories();
   }
 
