@@ -1,12 +1,7 @@
 #include "AttributeValue.h"
-#include "FrameworkTestBase.h"
-#include "QiveaStandIn.h"
+#include "LoadedComponentTest.h"
 
-#include <Framework/ComponentLibrary.h>
 #include <Framework/CurrentTransaction.h>
-#include <PymMwSpiAccessManagement.h>
-#include <PymOamSpiManagedObject.h>
-#include <PymOamSpiTransaction.h>
 
 #include <gtest/gtest.h>
 
@@ -16,7 +11,6 @@
 #include <cstdlib>
 #include <future>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -41,22 +35,12 @@ const std::set<PymReturnT> ROLE_CODES = {0, 1, 2, -1, -2, -4, -6, -8, -9, -10, -
 
 // Role queries on several threads while another thread commits configuration transactions and a
 // third stops and starts the component, for a bounded time, against the built library.
-class ConcurrencyTest : public FrameworkTestBase {
+class ConcurrencyTest : public LoadedComponentTest {
  protected:
-  ConcurrencyTest() : library(new Framework::ComponentLibrary(QIV_COMPONENT_LIBRARY)) {}
-
-  ~ConcurrencyTest() override {
-    if (descriptor != nullptr) descriptor->stop(PymStateChangeShutdown);
-  }
-
   void SetUp() override {
     framework().model().setStringValues(METHOD_DN, "administrativeState", {"UNLOCKED"});
     qivea.setUsers("alice:admin,operator\nbob:viewer\n");
-    ASSERT_EQ(0, library->init(framework().accessor(), COMPONENT_FILE));
-    descriptor = framework().portal().components().front();
-    accessManagement = reinterpret_cast<PymMwSpiAccessManagement_2*>(descriptor->interfaceArray[0]);
-    managedObject = reinterpret_cast<PymOamSpiManagedObject_3*>(descriptor->interfaceArray[2]);
-    resource = reinterpret_cast<PymOamSpiTransactionalResource_2*>(descriptor->interfaceArray[3]);
+    initialize(COMPONENT_FILE);
     ASSERT_EQ(0, descriptor->start(PymStateChangeStartup));
   }
 
@@ -131,13 +115,6 @@ class ConcurrencyTest : public FrameworkTestBase {
     std::lock_guard<std::mutex> lock(_mutex);
     _problems.push_back(problem);
   }
-
-  QiveaStandIn qivea{QIVEA_DIR};
-  std::unique_ptr<Framework::ComponentLibrary> library;
-  PymMgmtSpiComponent_2* descriptor = nullptr;
-  PymMwSpiAccessManagement_2* accessManagement = nullptr;
-  PymOamSpiManagedObject_3* managedObject = nullptr;
-  PymOamSpiTransactionalResource_2* resource = nullptr;
 
   std::chrono::steady_clock::time_point _deadline = std::chrono::steady_clock::now() + RUN_TIME;
   std::mutex _mutex;

@@ -1,15 +1,11 @@
 #include "Eventually.h"
-#include "FrameworkTestBase.h"
-#include "QiveaStandIn.h"
+#include "LoadedComponentTest.h"
 #include "ScopedEnvironmentVariable.h"
-#include "SecCreduStandIn.h"
+#include "WithSecurityApi.h"
 
-#include <Framework/ComponentLibrary.h>
 #include <Qiv/MoAccessorCore.h>
 
 #include <gtest/gtest.h>
-
-#include <dlfcn.h>
 
 #include <chrono>
 #include <functional>
@@ -43,22 +39,11 @@ long millisecondsSince(Clock::time_point start) {
 
 // The built library loaded with dlopen, initialised and started through its descriptor as the
 // framework does, applying through the qivea stand-in.
-class LifecycleTest : public FrameworkTestBase {
+class LifecycleTest : public LoadedComponentTest {
  protected:
-  explicit LifecycleTest(const std::string& model = "ldap20.xml")
-      : FrameworkTestBase(model), library(new Framework::ComponentLibrary(QIV_COMPONENT_LIBRARY)) {}
+  explicit LifecycleTest(const std::string& model = "ldap20.xml") : LoadedComponentTest(model) {}
 
-  ~LifecycleTest() override {
-    // Stopped before unloading, as the framework does.
-    if (descriptor != nullptr) descriptor->stop(PymStateChangeShutdown);
-  }
-
-  // pymLCMinit with the component file; the descriptor the framework then holds.
-  void initialize(const std::string& config = componentFile("0")) {
-    ASSERT_EQ(0, library->init(framework().accessor(), config.c_str()));
-    ASSERT_EQ(1u, framework().portal().components().size());
-    descriptor = framework().portal().components().front();
-  }
+  void initialize(const std::string& config = componentFile("0")) { LoadedComponentTest::initialize(config); }
 
   PymReturnT start() { return descriptor->start(PymStateChangeStartup); }
   PymReturnT stop() { return descriptor->stop(PymStateChangeShutdown); }
@@ -77,10 +62,6 @@ class LifecycleTest : public FrameworkTestBase {
   }
 
   std::vector<Args> authenticationCalls() { return qivea.callsStartingWith("authentication"); }
-
-  QiveaStandIn qivea{QIVEA_DIR};
-  std::unique_ptr<Framework::ComponentLibrary> library;
-  PymMgmtSpiComponent_2* descriptor = nullptr;
 };
 
 TEST_F(LifecycleTest, StartRegistersTheLdapClassesAndAppliesTheInitialConfiguration) {
@@ -235,21 +216,7 @@ TEST_F(LifecycleWithoutMethodTest, RunsWithoutObjectImplementationOrThread) {
 }
 
 // With the security API's library loaded: the thread waits in select until stopped.
-class LifecycleWithSecurityApiTest : public LifecycleTest {
- protected:
-  LifecycleWithSecurityApiTest() : _library(dlopen(SEC_CREDU_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {}
-  ~LifecycleWithSecurityApiTest() override {
-    if (descriptor != nullptr) descriptor->stop(PymStateChangeShutdown);
-    descriptor = nullptr;
-    library.reset();
-    if (_library != nullptr) dlclose(_library);
-  }
-
-  SecCreduStandIn security;
-
- private:
-  void* _library;
-};
+using LifecycleWithSecurityApiTest = WithSecurityApi<LifecycleTest>;
 
 TEST_F(LifecycleWithSecurityApiTest, StopWhileTheThreadWaitsInSelectEndsItWithinASecond) {
   initialize(componentFile("10"));

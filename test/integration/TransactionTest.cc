@@ -1,23 +1,16 @@
 #include "AttributeValue.h"
-#include "FrameworkTestBase.h"
-#include "QiveaStandIn.h"
-#include "SecCreduStandIn.h"
+#include "LoadedComponentTest.h"
+#include "WithSecurityApi.h"
 
-#include <Framework/ComponentLibrary.h>
 #include <Framework/CurrentTransaction.h>
-#include <PymMwSpiAccessManagement.h>
-#include <PymOamSpiManagedObject.h>
-#include <PymOamSpiTransaction.h>
 
 #include <gtest/gtest.h>
 
-#include <dlfcn.h>
 #include <sys/stat.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -43,22 +36,9 @@ const char COMPONENT_FILE[] =
 // The built library, started on the ldap20 model, driven as the framework drives an object
 // implementer: its own tables, called inside transactions of the framework's transaction
 // service, with the qivea stand-in applying what is committed.
-class TransactionTest : public FrameworkTestBase {
+class TransactionTest : public LoadedComponentTest {
  protected:
-  TransactionTest() : library(new Framework::ComponentLibrary(QIV_COMPONENT_LIBRARY)) {}
-
-  ~TransactionTest() override {
-    if (descriptor != nullptr) descriptor->stop(PymStateChangeShutdown);
-  }
-
-  void SetUp() override {
-    ASSERT_EQ(0, library->init(framework().accessor(), COMPONENT_FILE));
-    descriptor = framework().portal().components().front();
-    accessManagement = reinterpret_cast<PymMwSpiAccessManagement_2*>(descriptor->interfaceArray[0]);
-    managedObject1 = reinterpret_cast<PymOamSpiManagedObject_1*>(descriptor->interfaceArray[1]);
-    managedObject = reinterpret_cast<PymOamSpiManagedObject_3*>(descriptor->interfaceArray[2]);
-    resource = reinterpret_cast<PymOamSpiTransactionalResource_2*>(descriptor->interfaceArray[3]);
-  }
+  void SetUp() override { initialize(COMPONENT_FILE); }
 
   void start() {
     ASSERT_EQ(0, descriptor->start(PymStateChangeStartup));
@@ -102,14 +82,6 @@ class TransactionTest : public FrameworkTestBase {
   }
 
   std::size_t initialCalls = 0;
-
-  QiveaStandIn qivea{QIVEA_DIR};
-  std::unique_ptr<Framework::ComponentLibrary> library;
-  PymMgmtSpiComponent_2* descriptor = nullptr;
-  PymMwSpiAccessManagement_2* accessManagement = nullptr;
-  PymOamSpiManagedObject_1* managedObject1 = nullptr;
-  PymOamSpiManagedObject_3* managedObject = nullptr;
-  PymOamSpiTransactionalResource_2* resource = nullptr;
   std::set<unsigned long> joined;
 };
 
@@ -383,21 +355,7 @@ TEST_F(TransactionTest, ChangedReferenceWithoutSecurityApiIsKeptForTheNextSubscr
 }
 
 // With the security API's library loaded, the configuration thread serves re-subscriptions.
-class TransactionWithSecurityApiTest : public TransactionTest {
- protected:
-  TransactionWithSecurityApiTest() : _library(dlopen(SEC_CREDU_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {}
-  ~TransactionWithSecurityApiTest() override {
-    if (descriptor != nullptr) descriptor->stop(PymStateChangeShutdown);
-    descriptor = nullptr;
-    library.reset();
-    if (_library != nullptr) dlclose(_library);
-  }
-
-  SecCreduStandIn security;
-
- private:
-  void* _library;
-};
+using TransactionWithSecurityApiTest = WithSecurityApi<TransactionTest>;
 
 TEST_F(TransactionWithSecurityApiTest, ChangedReferenceIsSubscribedAgainDuringPrepare) {
   start();
