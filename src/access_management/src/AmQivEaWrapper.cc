@@ -156,9 +156,10 @@ int AmQivEaWrapper::invoke(const std::vector<std::string>& args, std::string& ou
   // The pipes are read only once the child ended: a child that fills one blocks until killed.
   const int status = child.wait();
   QIV_TRACE("QIV-EA process return value: %d", status);
+  // The watchdog kills before it marks the time as up: let a running one finish before asking.
+  timer.stop();
   if (status == 0) {
     if (timeout.isExpired()) return QIVEA_TIMEOUT;
-    timer.stop();
     std::string printed = readAll(outPipe);
     if (!printed.empty() && traceEnabled()) QIV_TRACE("%s", masked(printed).c_str());
     output.swap(printed);
