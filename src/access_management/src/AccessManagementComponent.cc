@@ -782,11 +782,14 @@ std::string AccessManagementComponent::authorizationArguments(const LdapConfigur
 PymReturnT AccessManagementComponent::freeRoles(const char* method, const char** roles) {
   QIV_TRACE(" >> method: %s", orNull(method));
   if (!isValidMethod(method)) return -1;
-  if (roles != nullptr) {
-    for (const char** role = roles; *role != nullptr; ++role) std::free(const_cast<char*>(*role));
-    std::free(roles);
-  }
+  releaseRoles(roles);
   return 0;
+}
+
+void AccessManagementComponent::releaseRoles(const char** roles) {
+  if (roles == nullptr) return;
+  for (const char** role = roles; *role != nullptr; ++role) std::free(const_cast<char*>(*role));
+  std::free(roles);
 }
 
 void AccessManagementComponent::allocRoles(const std::string& roles, const char*** result) {
@@ -805,7 +808,7 @@ void AccessManagementComponent::allocRoles(const std::string& roles, const char*
   }
   array[filled] = nullptr;
   if (filled < pieces.size()) {
-    freeRoles("default", array);
+    releaseRoles(array);
     throw Qiv::QivException("Cannot allocate role %d", static_cast<int>(filled));
   }
   *result = array;

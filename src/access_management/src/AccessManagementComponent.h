@@ -152,6 +152,8 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   PymReturnT findFrameworkServices();
   // Waits for the configuration thread's start-up signal; -1 (component stopped) on time-out.
   PymReturnT waitForInitialConfiguration(uint16_t seconds);
+  // Frees a role array made by allocRoles (null: nothing).
+  static void releaseRoles(const char** roles);
   // The argument of "qivea authorization ldap search" for user.
   std::string authorizationArguments(const LdapConfiguration& config, const std::string& user) const;
   // Ends the transaction holding the MO lock; under _transactionMutex.

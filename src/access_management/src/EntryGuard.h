@@ -6,7 +6,9 @@
 
 #include <exception>
 
-#define QIV_EXPORT extern "C" __attribute__((visibility("default")))
+// What the library exports; everything else stays hidden.
+#define QIV_VISIBLE __attribute__((visibility("default")))
+#define QIV_EXPORT extern "C" QIV_VISIBLE
 
 namespace QivAccessManagement {
 

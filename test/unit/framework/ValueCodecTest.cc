@@ -1,3 +1,5 @@
+#include "AttributeDefinitions.h"
+
 #include <Framework/ValueCodec.h>
 
 #include <gtest/gtest.h>
@@ -11,14 +13,6 @@ using Framework::AttributeValue;
 using Framework::ValueCodec;
 
 namespace {
-
-AttributeDefinition definition(const std::string& name, PymMoValueType type, bool sequence = false) {
-  AttributeDefinition result;
-  result.name = name;
-  result.type = type;
-  result.sequence = sequence;
-  return result;
-}
 
 AttributeDefinition stateDefinition() {
   AttributeDefinition state = definition("state", PymMoValueType_Enum);

@@ -1,3 +1,5 @@
+#include "AttributeDefinitions.h"
+
 #include <Framework/ValueCodec.h>
 #include <Framework/ValueText.h>
 
@@ -13,14 +15,6 @@ using Framework::ValueText;
 using Strings = std::vector<std::string>;
 
 namespace {
-
-AttributeDefinition definition(const std::string& name, PymMoValueType type, bool sequence = false) {
-  AttributeDefinition result;
-  result.name = name;
-  result.type = type;
-  result.sequence = sequence;
-  return result;
-}
 
 // A structure with a string, a sequence of uint8 and a nested structure holding a reference and
 // an enumeration.
