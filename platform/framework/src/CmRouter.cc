@@ -108,6 +108,19 @@ PymReturnT action(unsigned long, const char*, const char*, PymMoNamedAttributeVa
   return withRouter([](CmRouter& router) { return router.unsupported("action"); });
 }
 
+PymReturnT setMoAttributeBehindInterceptors(unsigned long txHandle, const char* dn, const char* attributeName,
+                                            const PymMoAttributeValueContainer_3* value) {
+  return withRouter([&](CmRouter& router) {
+    return router.setAttributeBehindInterceptors(txHandle, dn, attributeName, value);
+  });
+}
+
+PymReturnT setMoAttributesBehindInterceptors(unsigned long txHandle, const char* dn,
+                                             PymMoNamedAttributeValueContainer_3** attributes) {
+  return withRouter(
+      [&](CmRouter& router) { return router.setAttributesBehindInterceptors(txHandle, dn, attributes); });
+}
+
 PymOamSpiManagedObject_3 managedObject3(const char* version) {
   return {{"PymOamSpiCmRouterService", "PymOamSpiManagedObject", version},
           setMoAttribute,
@@ -136,8 +149,8 @@ PymOamSpiManagedObject_3_1 managedObject31Table = {managedObject3("3_1"), setMoA
 QivOamSpiManagedObject_3 extendedTable = {{"QivOamSpiExtCmRouterService", "QivOamSpiManagedObject", "3"},
                                           getMoAttribute,
                                           getMoAttributes,
-                                          setMoAttribute,
-                                          setMoAttributes,
+                                          setMoAttributeBehindInterceptors,
+                                          setMoAttributesBehindInterceptors,
                                           newMoIterator,
                                           nextMo,
                                           createMo,
@@ -147,13 +160,29 @@ QivOamSpiManagedObject_3 extendedTable = {{"QivOamSpiExtCmRouterService", "QivOa
                                           existsMo,
                                           countMoChildren};
 
+// Set while an interceptor on this thread serves an operator's write: what it carries on through
+// the extended table is then the operator's.
+thread_local bool servingOperator = false;
+
+class ServingOperatorMark {
+ public:
+  explicit ServingOperatorMark(bool operatorsWrite) : _previous(servingOperator) { servingOperator = operatorsWrite; }
+  ~ServingOperatorMark() { servingOperator = _previous; }
+  ServingOperatorMark(const ServingOperatorMark&) = delete;
+  ServingOperatorMark& operator=(const ServingOperatorMark&) = delete;
+
+ private:
+  bool _previous;
+};
+
 }  // namespace
 
 CmRouter::CmRouter(ModelStore& model, TransactionService& transactions, const ObjectImplementerRegistry& implementers,
-                   EventRouter& events, LogCapture& log)
+                   const InterceptorRepository& interceptors, EventRouter& events, LogCapture& log)
     : _model(model),
       _transactions(transactions),
       _implementers(implementers),
+      _interceptors(interceptors),
       _events(events),
       _log(log),
       _nextIterator(1) {
@@ -204,18 +233,34 @@ PymReturnT CmRouter::getAttributes(unsigned long txHandle, const char* dn, const
 PymReturnT CmRouter::setAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
                                   const PymMoAttributeValueContainer_3* value) {
   if (dn == nullptr || attributeName == nullptr) return PymInvalidParameter;
+  const std::optional<PymReturnT> intercepted = interceptAttribute(txHandle, dn, attributeName, value, Origin::Component);
+  if (intercepted.has_value()) return *intercepted;
   return write(txHandle, dn, {{attributeName, value}}, Origin::Component);
 }
 
 PymReturnT CmRouter::setAttributes(unsigned long txHandle, const char* dn,
                                    PymMoNamedAttributeValueContainer_3** attributes) {
   if (dn == nullptr || attributes == nullptr) return PymInvalidParameter;
-  NamedContainers named;
-  for (PymMoNamedAttributeValueContainer_3** attribute = attributes; *attribute != nullptr; ++attribute) {
-    if ((*attribute)->name == nullptr) return PymInvalidParameter;
-    named.emplace_back((*attribute)->name, &(*attribute)->value);
-  }
-  return write(txHandle, dn, named, Origin::Component);
+  const std::optional<PymReturnT> intercepted =
+      intercept(txHandle, dn, Origin::Component, [&](const InterceptorRepository::Interceptor& interceptor) {
+        const auto operation = interceptor.table->setMoAttributes;
+        if (operation == nullptr) return missingOperation(dn, "setMoAttributes");
+        return operation(interceptor.context, txHandle, dn, attributes);
+      });
+  if (intercepted.has_value()) return *intercepted;
+  return writeAttributes(txHandle, dn, attributes, Origin::Component);
+}
+
+PymReturnT CmRouter::setAttributeBehindInterceptors(unsigned long txHandle, const char* dn, const char* attributeName,
+                                                    const PymMoAttributeValueContainer_3* value) {
+  if (dn == nullptr || attributeName == nullptr) return PymInvalidParameter;
+  return write(txHandle, dn, {{attributeName, value}}, servingOperator ? Origin::Operator : Origin::Component);
+}
+
+PymReturnT CmRouter::setAttributesBehindInterceptors(unsigned long txHandle, const char* dn,
+                                                     PymMoNamedAttributeValueContainer_3** attributes) {
+  if (dn == nullptr || attributes == nullptr) return PymInvalidParameter;
+  return writeAttributes(txHandle, dn, attributes, servingOperator ? Origin::Operator : Origin::Component);
 }
 
 PymReturnT CmRouter::newIterator(unsigned long txHandle, const char* dn, const char* className, bool releaseAtEnd,
@@ -279,6 +324,9 @@ PymReturnT CmRouter::unsupported(const char* operation) const {
 PymReturnT CmRouter::setAttributeForOperator(unsigned long txHandle, const std::string& dn,
                                              const std::string& attributeName,
                                              const PymMoAttributeValueContainer_3& value) {
+  const std::optional<PymReturnT> intercepted =
+      interceptAttribute(txHandle, dn.c_str(), attributeName.c_str(), &value, Origin::Operator);
+  if (intercepted.has_value()) return *intercepted;
   return write(txHandle, dn, {{attributeName, &value}}, Origin::Operator);
 }
 
@@ -353,6 +401,46 @@ std::vector<PymMgmtSpiInterface_1*> CmRouter::interfaces() {
 
 PymReturnT CmRouter::checkRead(unsigned long txHandle) const {
   return txHandle == 0 || _transactions.isKnown(txHandle) ? PymOk : PymNotExist;
+}
+
+template <class Call>
+std::optional<PymReturnT> CmRouter::intercept(unsigned long txHandle, const std::string& dn, Origin origin,
+                                              Call&& call) {
+  std::optional<InterceptorRepository::Interceptor> interceptor;
+  try {
+    interceptor = _interceptors.interceptorOf(Dn::classPath(dn));
+  } catch (const std::invalid_argument&) {
+    return std::nullopt;  // the write itself refuses the DN
+  }
+  if (!interceptor.has_value()) return std::nullopt;
+  CurrentTransaction scope(txHandle);
+  ServingOperatorMark mark(origin == Origin::Operator);
+  return call(*interceptor);
+}
+
+std::optional<PymReturnT> CmRouter::interceptAttribute(unsigned long txHandle, const char* dn,
+                                                       const char* attributeName,
+                                                       const PymMoAttributeValueContainer_3* value, Origin origin) {
+  return intercept(txHandle, dn, origin, [&](const InterceptorRepository::Interceptor& interceptor) {
+    const auto operation = interceptor.table->setMoAttribute;
+    if (operation == nullptr) return missingOperation(dn, "setMoAttribute");
+    return operation(interceptor.context, txHandle, dn, attributeName, value);
+  });
+}
+
+PymReturnT CmRouter::missingOperation(const std::string& dn, const char* operation) const {
+  _log.record(PymLogError, operation, "the interceptor of " + Dn::classPath(dn) + " has no " + operation);
+  return PymFailure;
+}
+
+PymReturnT CmRouter::writeAttributes(unsigned long txHandle, const char* dn,
+                                     PymMoNamedAttributeValueContainer_3** attributes, Origin origin) {
+  NamedContainers named;
+  for (PymMoNamedAttributeValueContainer_3** attribute = attributes; *attribute != nullptr; ++attribute) {
+    if ((*attribute)->name == nullptr) return PymInvalidParameter;
+    named.emplace_back((*attribute)->name, &(*attribute)->value);
+  }
+  return write(txHandle, dn, named, origin);
 }
 
 PymReturnT CmRouter::read(unsigned long txHandle, const std::string& dn, const std::string& attributeName,

@@ -29,10 +29,13 @@ ManagementFramework::ManagementFramework(const Options& options) {
     _portal = std::make_unique<InterfacePortal>(_log);
     _objectImplementers = std::make_unique<ObjectImplementerRegistry>(*_portal);
     _eventRouter = std::make_unique<EventRouter>(_log);
-    _cmRouter = std::make_unique<CmRouter>(*_model, *_transactions, *_objectImplementers, *_eventRouter, _log);
+    _interceptors = std::make_unique<InterceptorRepository>();
+    _cmRouter = std::make_unique<CmRouter>(*_model, *_transactions, *_objectImplementers, *_interceptors,
+                                           *_eventRouter, _log);
     for (const auto& tables : {LogCapture::interfaces(), CryptoService::interfaces(), ThreadContext::interfaces(),
                                TransactionService::interfaces(), ObjectImplementerRegistry::interfaces(),
-                               CmRouter::interfaces(), EventRouter::interfaces(), InterfacePortal::interfaces()}) {
+                               CmRouter::interfaces(), InterceptorRepository::interfaces(), EventRouter::interfaces(),
+                               InterfacePortal::interfaces()}) {
       for (PymMgmtSpiInterface_1* table : tables) _portal->addInterface(table);
     }
   } catch (...) {
@@ -58,6 +61,8 @@ ModelStore& ManagementFramework::model() { return *_model; }
 InterfacePortal& ManagementFramework::portal() { return *_portal; }
 
 CmRouter& ManagementFramework::cmRouter() { return *_cmRouter; }
+
+InterceptorRepository& ManagementFramework::interceptors() { return *_interceptors; }
 
 EventRouter& ManagementFramework::eventRouter() { return *_eventRouter; }
 

@@ -59,8 +59,8 @@ typedef struct QivOamSpiInterceptorRepository_1 {
   /* Makes interceptor (with context) the interceptor of className. The repository copies
    * className; interceptor and context stay the caller's and must stay valid until
    * deregisterClass of that class has returned. PymOk; PymAlreadyExist when the class already
-   * has an interceptor; PymInvalidParameter for a null or empty className or a null
-   * interceptor. */
+   * has another interceptor (the same interceptor and context again is PymOk);
+   * PymInvalidParameter for a null or empty className or a null interceptor. */
   PymReturnT (*registerClass)(const char* className, const QivOamSpiInterceptor_1* interceptor, void* context);
   /* Removes the interceptor of className; once this returns the router starts no new call of
    * it. PymOk; PymNotExist when the class has none; PymInvalidParameter for a null className. */

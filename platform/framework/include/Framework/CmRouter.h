@@ -2,6 +2,7 @@
 #define FRAMEWORK_CM_ROUTER_H
 
 #include <Framework/EventRouter.h>
+#include <Framework/InterceptorRepository.h>
 #include <Framework/LogCapture.h>
 #include <Framework/ModelStore.h>
 #include <Framework/ObjectImplementerRegistry.h>
@@ -31,10 +32,16 @@ namespace Framework {
 // (its own objects included) goes straight to the transaction's pending writes and is never
 // called back. Implementers are called without the router's lock, under CurrentTransaction, so
 // they may call back into the router, the transaction master and the thread context.
+//
+// In front of all that sit the interceptors (InterceptorRepository): a write to an object whose
+// class has one, through the public tables or from an operator, goes to the interceptor instead,
+// called the same way as an implementer. The interceptor carries it on, and writes whatever
+// else it wants, through the extended table, which is never intercepted; while it serves an
+// operator's write, those writes are the operator's and reach implementers.
 class CmRouter : public TransactionObserver {
  public:
   CmRouter(ModelStore& model, TransactionService& transactions, const ObjectImplementerRegistry& implementers,
-           EventRouter& events, LogCapture& log);
+           const InterceptorRepository& interceptors, EventRouter& events, LogCapture& log);
   ~CmRouter() override;
   CmRouter(const CmRouter&) = delete;
   CmRouter& operator=(const CmRouter&) = delete;
@@ -50,11 +57,17 @@ class CmRouter : public TransactionObserver {
                               PymMoAttributeValueContainer_3** value);
   PymReturnT getAttributes(unsigned long txHandle, const char* dn, const char** attributeNames,
                            PymMoAttributeValuesResult_3* result) const;
-  // Handle 0 or a transaction already ending: PymInvalidParameter.
+  // Handle 0 or a transaction already ending: PymInvalidParameter. The write of an object whose
+  // class has an interceptor is the interceptor's answer instead.
   PymReturnT setAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
                           const PymMoAttributeValueContainer_3* value);
-  // All of the attributes or none.
+  // All of the attributes or none; intercepted like setAttribute.
   PymReturnT setAttributes(unsigned long txHandle, const char* dn, PymMoNamedAttributeValueContainer_3** attributes);
+  // The extended table's writes: like setAttribute and setAttributes, never intercepted.
+  PymReturnT setAttributeBehindInterceptors(unsigned long txHandle, const char* dn, const char* attributeName,
+                                            const PymMoAttributeValueContainer_3* value);
+  PymReturnT setAttributesBehindInterceptors(unsigned long txHandle, const char* dn,
+                                             PymMoNamedAttributeValueContainer_3** attributes);
   // Over the children of dn ("" for the roots) of the class named className. An iterator lives
   // until finalizeIterator or the end of its transaction; one made with releaseAtEnd (version 1
   // has no finalize) also goes when nextMo has given its last DN.
@@ -70,7 +83,8 @@ class CmRouter : public TransactionObserver {
   // fixed. Logs an error naming the operation and gives PymFailure.
   PymReturnT unsupported(const char* operation) const;
 
-  // An operator's write, checked like setAttribute. When dn's class has an object implementer,
+  // An operator's write, checked like setAttribute and intercepted like it; what the interceptor
+  // carries on is the operator's write. When dn's class has an object implementer,
   // the transaction's first write to it calls its join (which enrols it as a participant), then
   // every write its setMoAttribute; a non-zero answer from either refuses the write and is
   // returned. An accepted write is kept like setAttribute's. One operator session makes a
@@ -106,6 +120,17 @@ class CmRouter : public TransactionObserver {
   enum class Origin { Component, Operator };
 
   PymReturnT checkRead(unsigned long txHandle) const;
+  // Hands a write of dn to the interceptor of its class, if any: call(interceptor) runs without
+  // the lock, under CurrentTransaction, with what the interceptor carries on counted as
+  // origin's. Its answer, or nullopt when dn's class has no interceptor.
+  template <class Call>
+  std::optional<PymReturnT> intercept(unsigned long txHandle, const std::string& dn, Origin origin, Call&& call);
+  std::optional<PymReturnT> interceptAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
+                                               const PymMoAttributeValueContainer_3* value, Origin origin);
+  // Logs that the interceptor of dn's class lacks operation; PymFailure.
+  PymReturnT missingOperation(const std::string& dn, const char* operation) const;
+  PymReturnT writeAttributes(unsigned long txHandle, const char* dn, PymMoNamedAttributeValueContainer_3** attributes,
+                             Origin origin);
   // The committed value, or the transaction's pending one.
   PymReturnT read(unsigned long txHandle, const std::string& dn, const std::string& attributeName,
                   PymMoAttributeValueResult_3& result) const;
@@ -124,6 +149,7 @@ class CmRouter : public TransactionObserver {
   ModelStore& _model;
   TransactionService& _transactions;
   const ObjectImplementerRegistry& _implementers;
+  const InterceptorRepository& _interceptors;
   EventRouter& _events;
   LogCapture& _log;
   mutable std::mutex _mutex;

@@ -4,6 +4,7 @@
 #include <Framework/CmRouter.h>
 #include <Framework/CryptoService.h>
 #include <Framework/EventRouter.h>
+#include <Framework/InterceptorRepository.h>
 #include <Framework/InterfacePortal.h>
 #include <Framework/LogCapture.h>
 #include <Framework/ModelStore.h>
@@ -58,6 +59,7 @@ class ManagementFramework {
   ModelStore& model();
   InterfacePortal& portal();
   CmRouter& cmRouter();
+  InterceptorRepository& interceptors();
   EventRouter& eventRouter();
   TransactionService& transactions();
   ObjectImplementerRegistry& objectImplementers();
@@ -72,6 +74,7 @@ class ManagementFramework {
   std::unique_ptr<TransactionService> _transactions;
   std::unique_ptr<ObjectImplementerRegistry> _objectImplementers;
   std::unique_ptr<EventRouter> _eventRouter;
+  std::unique_ptr<InterceptorRepository> _interceptors;
   std::unique_ptr<CmRouter> _cmRouter;
   std::unique_ptr<InterfacePortal> _portal;
 };

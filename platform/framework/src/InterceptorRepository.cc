@@ -1,0 +1,58 @@
+#include <Framework/InterceptorRepository.h>
+
+#include <Framework/ManagementFramework.h>
+
+namespace Framework {
+
+namespace {
+
+PymReturnT registerClass(const char* className, const QivOamSpiInterceptor_1* interceptor, void* context) {
+  return ManagementFramework::withCurrent([&](ManagementFramework& framework) {
+    return framework.interceptors().registerClass(className, interceptor, context);
+  });
+}
+
+PymReturnT deregisterClass(const char* className) {
+  return ManagementFramework::withCurrent(
+      [&](ManagementFramework& framework) { return framework.interceptors().deregisterClass(className); });
+}
+
+QivOamSpiInterceptorRepository_1 repositoryTable = {
+    {"QivOamSpiExtCmRouterService", "QivOamSpiInterceptorRepository", "1"}, registerClass, deregisterClass};
+
+}  // namespace
+
+PymReturnT InterceptorRepository::registerClass(const char* className, const QivOamSpiInterceptor_1* table,
+                                                void* context) {
+  if (className == nullptr || *className == '\0' || table == nullptr) return PymInvalidParameter;
+  std::lock_guard<std::mutex> lock(_mutex);
+  const auto inserted = _interceptors.emplace(className, Interceptor{table, context});
+  if (inserted.second) return PymOk;
+  const Interceptor& present = inserted.first->second;
+  return present.table == table && present.context == context ? PymOk : PymAlreadyExist;
+}
+
+PymReturnT InterceptorRepository::deregisterClass(const char* className) {
+  if (className == nullptr) return PymInvalidParameter;
+  std::lock_guard<std::mutex> lock(_mutex);
+  return _interceptors.erase(className) == 0 ? PymNotExist : PymOk;
+}
+
+std::optional<InterceptorRepository::Interceptor> InterceptorRepository::interceptorOf(
+    const std::string& className) const {
+  std::lock_guard<std::mutex> lock(_mutex);
+  const auto found = _interceptors.find(className);
+  if (found == _interceptors.end()) return std::nullopt;
+  return found->second;
+}
+
+std::vector<std::string> InterceptorRepository::classes() const {
+  std::lock_guard<std::mutex> lock(_mutex);
+  std::vector<std::string> names;
+  for (const auto& entry : _interceptors) names.push_back(entry.first);
+  return names;
+}
+
+std::vector<PymMgmtSpiInterface_1*> InterceptorRepository::interfaces() { return {&repositoryTable.base}; }
+
+}  // namespace Framework

@@ -1,0 +1,242 @@
+#include "FakeImplementer.h"
+#include "FakeInterceptor.h"
+#include "FrameworkTest.h"
+
+#include <Framework/OperatorTransaction.h>
+#include <PymMwSpiLogTrace.h>
+#include <PymOamSpiManagedObject.h>
+#include <QivOamSpiInterceptorRepository.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using Framework::OperatorTransaction;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+const char* const kLdapClass = "ManagedElement,SystemFunctions,SecM,UserManagement,LdapAuthenticationMethod,Ldap";
+const char* const kUserManagementClass = "ManagedElement,SystemFunctions,SecM,UserManagement";
+const char* const kLdapImplementerPath =
+    "/ManagedElement/SystemFunctions/SecM/UserManagement/LdapAuthenticationMethod/Ldap";
+const char* const kUserManagement = "ManagedElement=1,SystemFunctions=1,SecM=1,UserManagement=1";
+
+}  // namespace
+
+// Interceptors in front of the router: registered through the repository's table, reached by
+// public-table and operator writes, carrying on through the extended table.
+class Interception : public FrameworkTest {
+ protected:
+  void SetUp() override {
+    FrameworkTest::SetUp();
+    repository = lookup<QivOamSpiInterceptorRepository_1>("QivOamSpiExtCmRouterService",
+                                                           "QivOamSpiInterceptorRepository", "1");
+    extended = lookup<QivOamSpiManagedObject_3>("QivOamSpiExtCmRouterService", "QivOamSpiManagedObject", "3");
+    ASSERT_NE(nullptr, repository);
+    ASSERT_NE(nullptr, extended);
+    baseDnValue.theString = "dc=written";
+    nodeTypeValue.theString = "mirrored";
+  }
+
+  // The fake, registered for className.
+  void intercept(const char* className) {
+    ASSERT_EQ(PymOk, repository->registerClass(className, interceptor.table(), &interceptor));
+  }
+
+  // An implementer for the Ldap class, as the access-management component is.
+  void implementLdap() {
+    ASSERT_EQ(PymOk, portal3()->registerComponent(implementer.descriptor()));
+    ASSERT_EQ(PymOk, framework->objectImplementers().registerClass("LdapComponent", kLdapImplementerPath));
+  }
+
+  // The interceptor's action: writes nodeType of the Ldap object, then carries the call on.
+  FakeInterceptor::Action mirrorThenCarryOn() {
+    return [this](const FakeInterceptor::Call& call) {
+      const PymReturnT mirrored = extended->setMoAttribute(call.txHandle, LDAP_DN, "nodeType", &nodeType);
+      if (mirrored != PymOk) return mirrored;
+      return extended->setMoAttribute(call.txHandle, call.dn, call.attributeName, call.value);
+    };
+  }
+
+  std::size_t pending(unsigned long txHandle) const { return framework->cmRouter().pendingWriteCount(txHandle); }
+
+  QivOamSpiInterceptorRepository_1* repository = nullptr;
+  QivOamSpiManagedObject_3* extended = nullptr;
+  FakeInterceptor interceptor;
+  FakeImplementer implementer{0, "LdapComponent"};
+  PymMoAttributeValue_3 baseDnValue{};
+  PymMoAttributeValue_3 nodeTypeValue{};
+  const PymMoAttributeValueContainer_3 baseDn{PymMoValueType_String, 1, &baseDnValue};
+  const PymMoAttributeValueContainer_3 nodeType{PymMoValueType_String, 1, &nodeTypeValue};
+};
+
+TEST_F(Interception, TheRepositoryKeepsOneInterceptorPerClass) {
+  FakeInterceptor other;
+  EXPECT_EQ(PymOk, repository->registerClass(kLdapClass, interceptor.table(), &interceptor));
+  EXPECT_EQ(PymOk, repository->registerClass(kLdapClass, interceptor.table(), &interceptor));
+  EXPECT_EQ(PymAlreadyExist, repository->registerClass(kLdapClass, other.table(), &other));
+  EXPECT_EQ(PymAlreadyExist, repository->registerClass(kLdapClass, interceptor.table(), &other));
+  EXPECT_EQ(PymOk, repository->registerClass(kUserManagementClass, other.table(), &other));
+  EXPECT_EQ((Strings{kUserManagementClass, kLdapClass}), framework->interceptors().classes());
+  EXPECT_EQ(PymOk, repository->deregisterClass(kLdapClass));
+  EXPECT_EQ(PymNotExist, repository->deregisterClass(kLdapClass));
+  EXPECT_EQ(Strings{kUserManagementClass}, framework->interceptors().classes());
+}
+
+TEST_F(Interception, TheRepositoryRefusesWhatItCannotKeep) {
+  EXPECT_EQ(PymInvalidParameter, repository->registerClass(nullptr, interceptor.table(), &interceptor));
+  EXPECT_EQ(PymInvalidParameter, repository->registerClass("", interceptor.table(), &interceptor));
+  EXPECT_EQ(PymInvalidParameter, repository->registerClass(kLdapClass, nullptr, &interceptor));
+  EXPECT_EQ(PymInvalidParameter, repository->deregisterClass(nullptr));
+  EXPECT_TRUE(framework->interceptors().classes().empty());
+}
+
+TEST_F(Interception, EveryPublicTableHandsTheCallersArgumentsToTheInterceptor) {
+  intercept(kLdapClass);
+  interceptor.onCall([](const FakeInterceptor::Call&) { return -7; });
+  const unsigned long tx = framework->transactions().begin();
+  for (const char* version : {"1", "3", "3_1"}) {
+    SCOPED_TRACE(version);
+    auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", version);
+    ASSERT_NE(nullptr, router);
+    // Version 1 begins with the same setMoAttribute.
+    EXPECT_EQ(-7, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
+    const FakeInterceptor::Call call = interceptor.calls().back();
+    EXPECT_EQ("setMoAttribute", call.operation);
+    EXPECT_EQ(&interceptor, call.context);
+    EXPECT_EQ(tx, call.txHandle);
+    EXPECT_EQ(tx, call.currentTransaction);
+    EXPECT_EQ(LDAP_DN, call.dn);
+    EXPECT_STREQ("baseDn", call.attributeName);
+    EXPECT_EQ(&baseDn, call.value);
+  }
+  EXPECT_EQ(3u, interceptor.calls().size());
+  EXPECT_EQ(0u, pending(tx));
+  framework->transactions().abort(tx);
+}
+
+TEST_F(Interception, SetMoAttributesHandsTheCallersListToTheInterceptor) {
+  intercept(kLdapClass);
+  interceptor.onCall([](const FakeInterceptor::Call&) { return -4; });
+  auto* router = lookup<PymOamSpiManagedObject_3_1>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3_1");
+  ASSERT_NE(nullptr, router);
+  PymMoNamedAttributeValueContainer_3 named{"baseDn", baseDn};
+  PymMoNamedAttributeValueContainer_3* list[] = {&named, nullptr};
+  const unsigned long tx = framework->transactions().begin();
+  EXPECT_EQ(-4, router->setMoAttributes(tx, LDAP_DN, list));
+  ASSERT_EQ(1u, interceptor.calls().size());
+  EXPECT_EQ("setMoAttributes", interceptor.calls()[0].operation);
+  EXPECT_EQ(list, interceptor.calls()[0].attributes);
+  EXPECT_EQ(0u, pending(tx));
+  framework->transactions().abort(tx);
+}
+
+TEST_F(Interception, TheExtendedTableIsNeverIntercepted) {
+  intercept(kLdapClass);
+  const unsigned long tx = framework->transactions().begin();
+  EXPECT_EQ(PymOk, extended->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
+  PymMoNamedAttributeValueContainer_3 named{"nodeType", nodeType};
+  PymMoNamedAttributeValueContainer_3* list[] = {&named, nullptr};
+  EXPECT_EQ(PymOk, extended->setMoAttributes(tx, LDAP_DN, list));
+  EXPECT_TRUE(interceptor.calls().empty());
+  EXPECT_EQ(2u, pending(tx));
+  framework->transactions().abort(tx);
+}
+
+TEST_F(Interception, WhatTheInterceptorCarriesOnIsCommitted) {
+  intercept(kLdapClass);
+  interceptor.onCall(mirrorThenCarryOn());
+  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
+  const unsigned long tx = framework->transactions().begin();
+  ASSERT_EQ(PymOk, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
+  EXPECT_EQ(1u, interceptor.calls().size());
+  ASSERT_EQ(PymOk, framework->transactions().commit(tx));
+  EXPECT_EQ(Strings{"dc=written"}, framework->model().stringValues(LDAP_DN, "baseDn"));
+  EXPECT_EQ(Strings{"mirrored"}, framework->model().stringValues(LDAP_DN, "nodeType"));
+}
+
+TEST_F(Interception, OnlyTheRegisteredClassIsIntercepted) {
+  intercept(kUserManagementClass);
+  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
+  const unsigned long tx = framework->transactions().begin();
+  EXPECT_EQ(PymOk, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
+  EXPECT_TRUE(interceptor.calls().empty());
+  EXPECT_EQ(1u, pending(tx));
+  framework->transactions().abort(tx);
+}
+
+TEST_F(Interception, ADeregisteredInterceptorIsNotCalledAgain) {
+  intercept(kLdapClass);
+  interceptor.onCall([](const FakeInterceptor::Call&) { return PymFailure; });
+  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
+  const unsigned long tx = framework->transactions().begin();
+  EXPECT_EQ(PymFailure, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
+  ASSERT_EQ(PymOk, repository->deregisterClass(kLdapClass));
+  EXPECT_EQ(PymOk, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
+  EXPECT_EQ(1u, interceptor.calls().size());
+  EXPECT_EQ(1u, pending(tx));
+  framework->transactions().abort(tx);
+}
+
+TEST_F(Interception, AnInterceptorWithoutTheOperationFailsTheWriteWithAnError) {
+  interceptor.editableTable().setMoAttribute = nullptr;
+  intercept(kLdapClass);
+  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
+  const unsigned long tx = framework->transactions().begin();
+  EXPECT_EQ(PymFailure, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
+  EXPECT_TRUE(framework->log().contains(PymLogError, std::string("the interceptor of ") + kLdapClass +
+                                                         " has no setMoAttribute"));
+  EXPECT_EQ(0u, pending(tx));
+  framework->transactions().abort(tx);
+}
+
+TEST_F(Interception, AnOperatorsWriteIsInterceptedAndWhatItCarriesOnReachesTheImplementer) {
+  implementLdap();
+  intercept(kUserManagementClass);
+  interceptor.onCall(mirrorThenCarryOn());
+  OperatorTransaction transaction(*framework);
+  const unsigned long tx = transaction.handle();
+  ASSERT_EQ(PymOk, transaction.setText(kUserManagement, "targetType", {"mirrored"}));
+  ASSERT_EQ(1u, interceptor.calls().size());
+  EXPECT_EQ(tx, interceptor.calls()[0].currentTransaction);
+  EXPECT_EQ((Strings{"join " + std::to_string(tx), "setMoAttribute " + std::to_string(tx) + " nodeType"}),
+            implementer.steps());
+  EXPECT_EQ(PymOk, transaction.commit());
+  EXPECT_EQ(Strings{"mirrored"}, framework->model().stringValues(kUserManagement, "targetType"));
+  EXPECT_EQ(Strings{"mirrored"}, framework->model().stringValues(LDAP_DN, "nodeType"));
+}
+
+TEST_F(Interception, AnOperatorsWriteRefusedByTheInterceptorIsNotKept) {
+  implementLdap();
+  intercept(kLdapClass);
+  interceptor.onCall([](const FakeInterceptor::Call&) { return PymFailure; });
+  OperatorTransaction transaction(*framework);
+  EXPECT_EQ(PymFailure, transaction.setText(LDAP_DN, "baseDn", {"dc=refused"}));
+  EXPECT_EQ(0u, pending(transaction.handle()));
+  EXPECT_TRUE(implementer.steps().empty());
+}
+
+TEST_F(Interception, AComponentsWriteCarriedOnStaysAComponentsWrite) {
+  implementLdap();
+  intercept(kLdapClass);
+  interceptor.onCall(mirrorThenCarryOn());
+  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
+  OperatorTransaction transaction(*framework);
+  ASSERT_EQ(PymOk, router->setMoAttribute(transaction.handle(), LDAP_DN, "baseDn", &baseDn));
+  EXPECT_EQ(1u, interceptor.calls().size());
+  EXPECT_TRUE(implementer.steps().empty());
+  EXPECT_EQ(2u, pending(transaction.handle()));
+}
+
+TEST_F(Interception, AfterAnOperatorsWriteTheThreadsOwnWritesAreAComponentsAgain) {
+  implementLdap();
+  intercept(kUserManagementClass);
+  interceptor.onCall(mirrorThenCarryOn());
+  OperatorTransaction transaction(*framework);
+  ASSERT_EQ(PymOk, transaction.setText(kUserManagement, "targetType", {"mirrored"}));
+  const std::size_t steps = implementer.steps().size();
+  EXPECT_EQ(PymOk, extended->setMoAttribute(transaction.handle(), LDAP_DN, "baseDn", &baseDn));
+  EXPECT_EQ(steps, implementer.steps().size());
+}
