@@ -189,6 +189,9 @@ PymReturnT AccessManagementComponent::startUp() {
     return result;
   }
 
+  _ldapAttrSync.init(_configurationRunnable);
+  _userManagementAttrSync.init(_configurationRunnable);
+  _orbelinFilterAttrSync.init(_configurationRunnable);
   _configurationRunnable.init(_portalV1, methodDn, _config);
   if (_configurationRunnable.getUseQivAuthorization() && setenv("LDAPNOINIT", "true", 1) != 0)
     QIV_TRACE("Unable to set environment variable LDAPNOINT");
@@ -279,6 +282,9 @@ PymReturnT AccessManagementComponent::stop(PymStateChangeReason reason) {
     _eventConsumer.stop();
     _eventConsumerStarted = false;
   }
+  _ldapAttrSync.deregisterInterceptor();
+  _userManagementAttrSync.deregisterInterceptor();
+  _orbelinFilterAttrSync.deregisterInterceptor();
   unregisterAsObjectImplementer();
   if (_configurationRunnable.getUseQivAuthorization() && unsetenv("LDAPNOINIT") != 0)
     QIV_TRACE("Unable to unset environment variable LDAPNOINT");

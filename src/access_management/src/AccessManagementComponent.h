@@ -1,6 +1,9 @@
 #ifndef QIV_ACCESS_MANAGEMENT_ACCESS_MANAGEMENT_COMPONENT_H
 #define QIV_ACCESS_MANAGEMENT_ACCESS_MANAGEMENT_COMPONENT_H
 
+#include "AmLdapAttrSync.h"
+#include "AmOrbelinFilterAttrSync.h"
+#include "AmUserManagementAttrSync.h"
 #include "CmEventConsumer.h"
 #include "ConfigurationRunnable.h"
 #include "IAmLdap.h"
@@ -202,6 +205,9 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   Qiv::CmEventConsumer<AccessManagementComponent, 1> _eventConsumer;
   bool _eventConsumerStarted;
   bool _initialized;
+  AmLdapAttrSync _ldapAttrSync;
+  AmUserManagementAttrSync _userManagementAttrSync;
+  AmOrbelinFilterAttrSync _orbelinFilterAttrSync;
 };
 
 }  // namespace QivAccessManagement
