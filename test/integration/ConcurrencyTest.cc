@@ -2,6 +2,7 @@
 #include "LoadedComponentTest.h"
 
 #include <Framework/CurrentTransaction.h>
+#include <Framework/OperatorTransaction.h>
 
 #include <gtest/gtest.h>
 
@@ -21,6 +22,7 @@ namespace {
 
 const char METHOD_DN[] = "ManagedElement=1,SystemFunctions=1,SecM=1,UserManagement=1,LdapAuthenticationMethod=1";
 const char LDAP_DN[] = "ManagedElement=1,SystemFunctions=1,SecM=1,UserManagement=1,LdapAuthenticationMethod=1,Ldap=1";
+const char USER_MANAGEMENT_DN[] = "ManagedElement=1,SystemFunctions=1,SecM=1,UserManagement=1";
 const char COMPONENT_FILE[] =
     "<QivAccessManagementComponent><ldapInitConfigTimeout>10</ldapInitConfigTimeout></QivAccessManagementComponent>";
 const std::chrono::seconds RUN_TIME(3);
@@ -30,11 +32,15 @@ const std::chrono::seconds DEADLOCK_LIMIT(60);
 // Every code a role query may answer: success, busy, not started, the refusals, the answer that
 // could not be built, and the codes of the external command.
 const std::set<PymReturnT> ROLE_CODES = {0, 1, 2, -1, -2, -4, -6, -8, -9, -10, -11};
+// An operator's write that reaches the component: accepted, refused while another transaction
+// holds the MO lock, or refused while the component is stopped.
+const std::set<PymReturnT> WRITE_CODES = {0, -1, 2};
 
 }  // namespace
 
-// Role queries on several threads while another thread commits configuration transactions and a
-// third stops and starts the component, for a bounded time, against the built library.
+// Role queries on several threads while another thread commits configuration transactions, a
+// third writes as an operator through the component's interceptors and a fourth stops and
+// starts the component, for a bounded time, against the built library.
 class ConcurrencyTest : public LoadedComponentTest {
  protected:
   void SetUp() override {
@@ -86,6 +92,21 @@ class ConcurrencyTest : public LoadedComponentTest {
     }
   }
 
+  // Until the deadline: an operator's write that the UserManagement interceptor mirrors to the
+  // component's nodeType, given up again.
+  void writeThroughInterceptors() {
+    for (int round = 0; running(); ++round) {
+      Framework::OperatorTransaction transaction(framework());
+      const PymReturnT result = transaction.setText(USER_MANAGEMENT_DN, "targetType", {"type" + std::to_string(round)});
+      transaction.abort();
+      {
+        std::lock_guard<std::mutex> lock(_mutex);
+        ++_writeResults[result];
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+
   // Until the deadline: stop, then start again.
   void restart() {
     while (running()) {
@@ -120,16 +141,18 @@ class ConcurrencyTest : public LoadedComponentTest {
   std::mutex _mutex;
   std::map<PymReturnT, int> _roleResults;
   std::map<PymReturnT, int> _transactionResults;
+  std::map<PymReturnT, int> _writeResults;
   std::vector<std::string> _problems;
   int _restarts = 0;
 };
 
-TEST_F(ConcurrencyTest, RoleQueriesTransactionsAndRestartsRunTogetherWithoutDeadlockOrUndocumentedCode) {
+TEST_F(ConcurrencyTest, RoleQueriesTransactionsInterceptedWritesAndRestartsRunTogetherWithoutDeadlockOrUndocumentedCode) {
   _deadline = std::chrono::steady_clock::now() + RUN_TIME;
   std::vector<std::future<void>> workers;
   for (const char* user : {"alice", "bob", "alice", "nobody"})
     workers.push_back(std::async(std::launch::async, [this, user] { askForRoles(user); }));
   workers.push_back(std::async(std::launch::async, [this] { commitTransactions(); }));
+  workers.push_back(std::async(std::launch::async, [this] { writeThroughInterceptors(); }));
   workers.push_back(std::async(std::launch::async, [this] { restart(); }));
   for (std::future<void>& worker : workers) {
     if (worker.wait_for(RUN_TIME + DEADLOCK_LIMIT) != std::future_status::ready) {
@@ -150,8 +173,11 @@ TEST_F(ConcurrencyTest, RoleQueriesTransactionsAndRestartsRunTogetherWithoutDead
   for (const auto& result : _transactionResults) transactions += result.second;
   EXPECT_GT(transactions, 0);
   EXPECT_GT(_transactionResults[0], 0);
+  for (const auto& result : _writeResults) EXPECT_EQ(1u, WRITE_CODES.count(result.first)) << "operator write code " << result.first;
+  EXPECT_GT(_writeResults[0], 0);
   for (const auto& result : _roleResults) std::printf("role query code %d: %d times\n", result.first, result.second);
   for (const auto& result : _transactionResults)
     std::printf("transaction result %d: %d times\n", result.first, result.second);
+  for (const auto& result : _writeResults) std::printf("operator write result %d: %d times\n", result.first, result.second);
   std::printf("restarts: %d\n", _restarts);
 }

@@ -85,4 +85,7 @@ PymReturnT AmAttrSync::writeThroughNext(unsigned long txHandle, const char* dn, 
 
 ConfigurationRunnable* AmAttrSync::getRunnable() const { return _runnable; }
 
-bool AmAttrSync::isSynchronising() const { return _runnable != nullptr && _runnable->isLdap20AttributesExist(); }
+bool AmAttrSync::isSynchronising() const {
+  const ConfigurationRunnable* runnable = _runnable;
+  return runnable != nullptr && runnable->isLdap20AttributesExist();
+}

@@ -3,6 +3,7 @@
 
 #include <QivExtCmRouterService/MoInterceptorBase.h>
 
+#include <atomic>
 #include <vector>
 
 namespace QivAccessManagement {
@@ -68,7 +69,7 @@ class AmAttrSync : public QivExtCmRouterService::MoInterceptorBase {
   const char* const _className;
   const char* const _registrationFailureText;
   const std::vector<CopiedAttribute> _copied;
-  QivAccessManagement::ConfigurationRunnable* _runnable;
+  std::atomic<QivAccessManagement::ConfigurationRunnable*> _runnable;
 };
 
 #endif

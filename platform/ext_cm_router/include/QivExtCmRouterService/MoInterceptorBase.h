@@ -4,6 +4,8 @@
 #include <PymOamSpiManagedObject.h>
 #include <QivOamSpiInterceptorRepository.h>
 
+#include <atomic>
+
 namespace QivExtCmRouterService {
 
 // An interceptor of the extended CM router: sees the operations on the objects of the class it
@@ -54,8 +56,10 @@ class MoInterceptorBase {
   QivOamSpiManagedObject_3* getNextInterface() const;
 
  private:
-  QivOamSpiInterceptorRepository_1* _repository;
-  QivOamSpiManagedObject_3* _next;
+  // Atomic: a component that starts again while still registered initialises again while
+  // framework threads forward through them.
+  std::atomic<QivOamSpiInterceptorRepository_1*> _repository;
+  std::atomic<QivOamSpiManagedObject_3*> _next;
 };
 
 }  // namespace QivExtCmRouterService
