@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,16 @@ class AttributeSyncTest : public LoadedComponentTest {
   }
 
   std::size_t pending(unsigned long txHandle) { return framework().cmRouter().pendingWriteCount(txHandle); }
+
+  // filterType and profileFilter of the Ldap object in one request through the public table.
+  PymReturnT writeFilterPair(unsigned long txHandle, int32_t filterTypeValue, int32_t profileFilterValue) {
+    const AttributeValue type = AttributeValue::enumeration(filterTypeValue);
+    const AttributeValue profile = AttributeValue::enumeration(profileFilterValue);
+    PymMoNamedAttributeValueContainer_3 filterType{"filterType", *type.get()};
+    PymMoNamedAttributeValueContainer_3 profileFilter{"profileFilter", *profile.get()};
+    PymMoNamedAttributeValueContainer_3* list[] = {&filterType, &profileFilter, nullptr};
+    return publicTable()->setMoAttributes(txHandle, LDAP_DN, list);
+  }
 };
 
 TEST_F(AttributeSyncTest, StartRegistersTheThreeInterceptorsAndStopWithdrawsThem) {
@@ -145,12 +156,7 @@ TEST_F(AttributeSyncTest, AFilterTypeOutsideTheTableIsRefusedAndNothingIsWritten
 TEST_F(AttributeSyncTest, AnAgreeingPairInOneRequestIsWritten) {
   start();
   OperatorTransaction transaction(framework());
-  const AttributeValue orbelinType = AttributeValue::enumeration(2);
-  const AttributeValue orbelinProfile = AttributeValue::enumeration(1);
-  PymMoNamedAttributeValueContainer_3 filterType{"filterType", *orbelinType.get()};
-  PymMoNamedAttributeValueContainer_3 profileFilter{"profileFilter", *orbelinProfile.get()};
-  PymMoNamedAttributeValueContainer_3* list[] = {&filterType, &profileFilter, nullptr};
-  EXPECT_EQ(0, publicTable()->setMoAttributes(transaction.handle(), LDAP_DN, list));
+  EXPECT_EQ(0, writeFilterPair(transaction.handle(), 2, 1));
   EXPECT_EQ(Strings{"ORBELIN"}, transaction.getText(LDAP_DN, "filterType"));
   EXPECT_EQ(Strings{"ORBELIN"}, transaction.getText(LDAP_DN, "profileFilter"));
   EXPECT_EQ(0u, log().count(3, CONFLICT_TEXT));
@@ -159,12 +165,7 @@ TEST_F(AttributeSyncTest, AnAgreeingPairInOneRequestIsWritten) {
 TEST_F(AttributeSyncTest, AConflictingPairIsRefusedAndTheOperatorIsTold) {
   start();
   OperatorTransaction transaction(framework());
-  const AttributeValue orbelinType = AttributeValue::enumeration(2);
-  const AttributeValue flexibleProfile = AttributeValue::enumeration(2);
-  PymMoNamedAttributeValueContainer_3 filterType{"filterType", *orbelinType.get()};
-  PymMoNamedAttributeValueContainer_3 profileFilter{"profileFilter", *flexibleProfile.get()};
-  PymMoNamedAttributeValueContainer_3* list[] = {&filterType, &profileFilter, nullptr};
-  EXPECT_EQ(-1, publicTable()->setMoAttributes(transaction.handle(), LDAP_DN, list));
+  EXPECT_EQ(-1, writeFilterPair(transaction.handle(), 2, 2));
   EXPECT_EQ(1u, log().count(3, CONFLICT_TEXT));
   EXPECT_EQ(Strings{std::string("@qivnbi@") + CONFLICT_TEXT}, transaction.operatorMessages());
   EXPECT_EQ(0u, pending(transaction.handle()));
