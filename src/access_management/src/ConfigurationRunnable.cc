@@ -92,13 +92,13 @@ std::string childDn(const std::string& parentDn, const char* rdnName) {
 // Raises a mark for the lifetime of the scope, also when the scope is left by an exception.
 class ScopedMark {
  public:
-  explicit ScopedMark(bool& mark) : _mark(mark) { _mark = true; }
+  explicit ScopedMark(std::atomic<bool>& mark) : _mark(mark) { _mark = true; }
   ~ScopedMark() { _mark = false; }
   ScopedMark(const ScopedMark&) = delete;
   ScopedMark& operator=(const ScopedMark&) = delete;
 
  private:
-  bool& _mark;
+  std::atomic<bool>& _mark;
 };
 
 enum Presence { OPTIONAL, MANDATORY };

@@ -30,7 +30,8 @@ namespace QivAccessManagement {
 // Owns the component's LDAP configuration: reads it from the component file and the model,
 // validates it and keeps the current record. The record, the state and the MO references are
 // guarded by the configuration mutex; the marks (useTlsSet, baseDnSet, ldap20AttributesExist,
-// tlsDnExists, the migration mark) are plain flags.
+// tlsDnExists, the migration mark, useQivAuthorization) are atomic flags, read by transaction,
+// interceptor and request threads while this thread sets them.
 class ConfigurationRunnable : public Poco::Runnable {
  public:
   // The thread's progress, as getState() reports it.
@@ -247,10 +248,10 @@ class ConfigurationRunnable : public Poco::Runnable {
   Qiv::CryptoUtility _crypto;
   std::atomic<bool> _useTlsSet;
   std::atomic<bool> _baseDnSet;
-  bool _ldap20AttributesExist;
-  bool _ldap20MigrationRunning;
-  bool _tlsDnExists;
-  bool _useQivAuthorization;
+  std::atomic<bool> _ldap20AttributesExist;
+  std::atomic<bool> _ldap20MigrationRunning;
+  std::atomic<bool> _tlsDnExists;
+  std::atomic<bool> _useQivAuthorization;
   AmQivEaWrapper _qivEa;
   std::vector<std::string> _ldapCommandArgs;
   const std::string _passwordFilePath;
