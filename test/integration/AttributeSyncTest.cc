@@ -157,6 +157,8 @@ TEST_F(AttributeSyncTest, AnAgreeingPairInOneRequestIsWritten) {
   start();
   OperatorTransaction transaction(framework());
   EXPECT_EQ(0, writeFilterPair(transaction.handle(), 2, 1));
+  // It went through the Ldap interceptor.
+  EXPECT_EQ(1u, log().count(8, std::string(" >> dn: ") + LDAP_DN));
   EXPECT_EQ(Strings{"ORBELIN"}, transaction.getText(LDAP_DN, "filterType"));
   EXPECT_EQ(Strings{"ORBELIN"}, transaction.getText(LDAP_DN, "profileFilter"));
   EXPECT_EQ(0u, log().count(3, CONFLICT_TEXT));

@@ -160,25 +160,27 @@ QivOamSpiManagedObject_3 extendedTable = {{"QivOamSpiExtCmRouterService", "QivOa
                                           existsMo,
                                           countMoChildren};
 
-// Set while an interceptor on this thread serves an operator's write: what it carries on through
-// the extended table is then the operator's.
-thread_local bool servingOperator = false;
+// The transaction of the operator's write an interceptor on this thread serves (0: none): what
+// the interceptor carries on through the extended table in that transaction is the operator's.
+thread_local unsigned long servedOperatorTransaction = 0;
 
-class ServingOperatorMark {
+class ServedOperatorMark {
  public:
-  explicit ServingOperatorMark(bool operatorsWrite) : _previous(servingOperator) { servingOperator = operatorsWrite; }
-  ~ServingOperatorMark() { servingOperator = _previous; }
-  ServingOperatorMark(const ServingOperatorMark&) = delete;
-  ServingOperatorMark& operator=(const ServingOperatorMark&) = delete;
+  explicit ServedOperatorMark(unsigned long txHandle) : _previous(servedOperatorTransaction) {
+    servedOperatorTransaction = txHandle;
+  }
+  ~ServedOperatorMark() { servedOperatorTransaction = _previous; }
+  ServedOperatorMark(const ServedOperatorMark&) = delete;
+  ServedOperatorMark& operator=(const ServedOperatorMark&) = delete;
 
  private:
-  bool _previous;
+  unsigned long _previous;
 };
 
 }  // namespace
 
 CmRouter::CmRouter(ModelStore& model, TransactionService& transactions, const ObjectImplementerRegistry& implementers,
-                   const InterceptorRepository& interceptors, EventRouter& events, LogCapture& log)
+                   InterceptorRepository& interceptors, EventRouter& events, LogCapture& log)
     : _model(model),
       _transactions(transactions),
       _implementers(implementers),
@@ -254,13 +256,13 @@ PymReturnT CmRouter::setAttributes(unsigned long txHandle, const char* dn,
 PymReturnT CmRouter::setAttributeBehindInterceptors(unsigned long txHandle, const char* dn, const char* attributeName,
                                                     const PymMoAttributeValueContainer_3* value) {
   if (dn == nullptr || attributeName == nullptr) return PymInvalidParameter;
-  return write(txHandle, dn, {{attributeName, value}}, servingOperator ? Origin::Operator : Origin::Component);
+  return write(txHandle, dn, {{attributeName, value}}, carriedOnOrigin(txHandle));
 }
 
 PymReturnT CmRouter::setAttributesBehindInterceptors(unsigned long txHandle, const char* dn,
                                                      PymMoNamedAttributeValueContainer_3** attributes) {
   if (dn == nullptr || attributes == nullptr) return PymInvalidParameter;
-  return writeAttributes(txHandle, dn, attributes, servingOperator ? Origin::Operator : Origin::Component);
+  return writeAttributes(txHandle, dn, attributes, carriedOnOrigin(txHandle));
 }
 
 PymReturnT CmRouter::newIterator(unsigned long txHandle, const char* dn, const char* className, bool releaseAtEnd,
@@ -406,16 +408,21 @@ PymReturnT CmRouter::checkRead(unsigned long txHandle) const {
 template <class Call>
 std::optional<PymReturnT> CmRouter::intercept(unsigned long txHandle, const std::string& dn, Origin origin,
                                               Call&& call) {
-  std::optional<InterceptorRepository::Interceptor> interceptor;
+  std::string className;
   try {
-    interceptor = _interceptors.interceptorOf(Dn::classPath(dn));
+    className = Dn::classPath(dn);
   } catch (const std::invalid_argument&) {
     return std::nullopt;  // the write itself refuses the DN
   }
-  if (!interceptor.has_value()) return std::nullopt;
-  CurrentTransaction scope(txHandle);
-  ServingOperatorMark mark(origin == Origin::Operator);
-  return call(*interceptor);
+  return _interceptors.call(className, [&](const InterceptorRepository::Interceptor& interceptor) {
+    CurrentTransaction scope(txHandle);
+    ServedOperatorMark mark(origin == Origin::Operator ? txHandle : 0);
+    return call(interceptor);
+  });
+}
+
+CmRouter::Origin CmRouter::carriedOnOrigin(unsigned long txHandle) {
+  return txHandle != 0 && txHandle == servedOperatorTransaction ? Origin::Operator : Origin::Component;
 }
 
 std::optional<PymReturnT> CmRouter::interceptAttribute(unsigned long txHandle, const char* dn,
@@ -493,6 +500,8 @@ PymReturnT CmRouter::deliver(unsigned long txHandle, const std::string& dn, cons
   const std::optional<ObjectImplementer> implementer = implementerOf(dn);
   if (!implementer.has_value()) return PymOk;
   CurrentTransaction scope(txHandle);
+  // What the implementer writes itself is its own, even inside an interceptor's call.
+  ServedOperatorMark implementersOwn(0);
   const PymReturnT joined = join(txHandle, *implementer);
   if (joined != PymOk) return joined;
   const auto setMoAttribute = implementer->managedObject->setMoAttribute;

@@ -34,16 +34,30 @@ PymReturnT InterceptorRepository::registerClass(const char* className, const Qiv
 
 PymReturnT InterceptorRepository::deregisterClass(const char* className) {
   if (className == nullptr) return PymInvalidParameter;
-  std::lock_guard<std::mutex> lock(_mutex);
-  return _interceptors.erase(className) == 0 ? PymNotExist : PymOk;
+  std::unique_lock<std::mutex> lock(_mutex);
+  if (_interceptors.erase(className) == 0) return PymNotExist;
+  _callEnded.wait(lock, [&] { return !runningElsewhere(className); });
+  return PymOk;
 }
 
-std::optional<InterceptorRepository::Interceptor> InterceptorRepository::interceptorOf(
-    const std::string& className) const {
-  std::lock_guard<std::mutex> lock(_mutex);
-  const auto found = _interceptors.find(className);
-  if (found == _interceptors.end()) return std::nullopt;
-  return found->second;
+std::optional<PymReturnT> InterceptorRepository::call(const std::string& className, const Body& body) {
+  Interceptor interceptor{};
+  {
+    std::lock_guard<std::mutex> lock(_mutex);
+    const auto found = _interceptors.find(className);
+    if (found == _interceptors.end()) return std::nullopt;
+    interceptor = found->second;
+    _running[className].insert(std::this_thread::get_id());
+  }
+  PymReturnT result = PymFailure;
+  try {
+    result = body(interceptor);
+  } catch (...) {
+    callEnded(className);
+    throw;
+  }
+  callEnded(className);
+  return result;
 }
 
 std::vector<std::string> InterceptorRepository::classes() const {
@@ -54,5 +68,21 @@ std::vector<std::string> InterceptorRepository::classes() const {
 }
 
 std::vector<PymMgmtSpiInterface_1*> InterceptorRepository::interfaces() { return {&repositoryTable.base}; }
+
+void InterceptorRepository::callEnded(const std::string& className) {
+  {
+    std::lock_guard<std::mutex> lock(_mutex);
+    std::multiset<std::thread::id>& threads = _running[className];
+    threads.erase(threads.find(std::this_thread::get_id()));
+    if (threads.empty()) _running.erase(className);
+  }
+  _callEnded.notify_all();
+}
+
+bool InterceptorRepository::runningElsewhere(const std::string& className) const {
+  const auto found = _running.find(className);
+  if (found == _running.end()) return false;
+  return found->second.size() > found->second.count(std::this_thread::get_id());
+}
 
 }  // namespace Framework

@@ -62,8 +62,10 @@ typedef struct QivOamSpiInterceptorRepository_1 {
    * has another interceptor (the same interceptor and context again is PymOk);
    * PymInvalidParameter for a null or empty className or a null interceptor. */
   PymReturnT (*registerClass)(const char* className, const QivOamSpiInterceptor_1* interceptor, void* context);
-  /* Removes the interceptor of className; once this returns the router starts no new call of
-   * it. PymOk; PymNotExist when the class has none; PymInvalidParameter for a null className. */
+  /* Removes the interceptor of className. It returns once no call of the interceptor is under
+   * way on another thread (a call on the calling thread itself, when an interceptor deregisters
+   * from inside one of its calls, is not waited for) and the router starts no new one. PymOk;
+   * PymNotExist when the class has none; PymInvalidParameter for a null className. */
   PymReturnT (*deregisterClass)(const char* className);
 } QivOamSpiInterceptorRepository_1;
 

@@ -9,7 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
 #include <string>
+#include <thread>
 #include <vector>
 
 using Framework::OperatorTransaction;
@@ -239,4 +242,100 @@ TEST_F(Interception, AfterAnOperatorsWriteTheThreadsOwnWritesAreAComponentsAgain
   const std::size_t steps = implementer.steps().size();
   EXPECT_EQ(PymOk, extended->setMoAttribute(transaction.handle(), LDAP_DN, "baseDn", &baseDn));
   EXPECT_EQ(steps, implementer.steps().size());
+}
+
+TEST_F(Interception, WritesOfAnImplementerInsideAnOperatorsWriteAreItsOwn) {
+  implementLdap();
+  intercept(kUserManagementClass);
+  interceptor.onCall(mirrorThenCarryOn());
+  PymMoAttributeValue_3 flexible{};
+  flexible.theEnum = 2;
+  const PymMoAttributeValueContainer_3 profileFilter{PymMoValueType_Enum, 1, &flexible};
+  PymReturnT ownWrite = PymFailure;
+  implementer.at(FakeImplementer::SetMoAttribute, [&](unsigned long txHandle) {
+    ownWrite = extended->setMoAttribute(txHandle, LDAP_DN, "profileFilter", &profileFilter);
+  });
+  OperatorTransaction transaction(*framework);
+  const unsigned long tx = transaction.handle();
+  ASSERT_EQ(PymOk, transaction.setText(kUserManagement, "targetType", {"mirrored"}));
+  EXPECT_EQ(PymOk, ownWrite);
+  // Only the mirrored nodeType reached it, not its own profileFilter.
+  EXPECT_EQ((Strings{"join " + std::to_string(tx), "setMoAttribute " + std::to_string(tx) + " nodeType"}),
+            implementer.steps());
+  EXPECT_EQ(3u, pending(tx));
+}
+
+TEST_F(Interception, AListCarriedOnForAnOperatorReachesTheImplementer) {
+  implementLdap();
+  intercept(kUserManagementClass);
+  PymMoNamedAttributeValueContainer_3 named{"nodeType", nodeType};
+  PymMoNamedAttributeValueContainer_3* list[] = {&named, nullptr};
+  interceptor.onCall([&](const FakeInterceptor::Call& call) {
+    const PymReturnT mirrored = extended->setMoAttributes(call.txHandle, LDAP_DN, list);
+    if (mirrored != PymOk) return mirrored;
+    return extended->setMoAttribute(call.txHandle, call.dn, call.attributeName, call.value);
+  });
+  OperatorTransaction transaction(*framework);
+  const unsigned long tx = transaction.handle();
+  ASSERT_EQ(PymOk, transaction.setText(kUserManagement, "targetType", {"mirrored"}));
+  EXPECT_EQ((Strings{"join " + std::to_string(tx), "setMoAttribute " + std::to_string(tx) + " nodeType"}),
+            implementer.steps());
+}
+
+TEST_F(Interception, WritesInAnotherTransactionInsideAnOperatorsWriteAreAComponents) {
+  implementLdap();
+  intercept(kUserManagementClass);
+  const unsigned long other = framework->transactions().begin();
+  interceptor.onCall([&](const FakeInterceptor::Call& call) {
+    const PymReturnT elsewhere = extended->setMoAttribute(other, LDAP_DN, "nodeType", &nodeType);
+    if (elsewhere != PymOk) return elsewhere;
+    return extended->setMoAttribute(call.txHandle, call.dn, call.attributeName, call.value);
+  });
+  OperatorTransaction transaction(*framework);
+  ASSERT_EQ(PymOk, transaction.setText(kUserManagement, "targetType", {"mirrored"}));
+  EXPECT_TRUE(implementer.steps().empty());
+  EXPECT_EQ(1u, pending(other));
+  framework->transactions().abort(other);
+}
+
+TEST_F(Interception, DeregisteringWaitsForACallUnderWayOnAnotherThread) {
+  intercept(kLdapClass);
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future().share();
+  interceptor.onCall([released](const FakeInterceptor::Call&) {
+    released.wait();
+    return PymOk;
+  });
+  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
+  const unsigned long tx = framework->transactions().begin();
+  std::future<PymReturnT> writer =
+      std::async(std::launch::async, [&] { return router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn); });
+  const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (interceptor.calls().empty() && std::chrono::steady_clock::now() < patience)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  ASSERT_EQ(1u, interceptor.calls().size());
+  std::future<PymReturnT> deregistered =
+      std::async(std::launch::async, [&] { return repository->deregisterClass(kLdapClass); });
+  EXPECT_EQ(std::future_status::timeout, deregistered.wait_for(std::chrono::milliseconds(200)));
+  // No new call starts meanwhile.
+  EXPECT_TRUE(framework->interceptors().classes().empty());
+  release.set_value();
+  EXPECT_EQ(PymOk, deregistered.get());
+  EXPECT_EQ(PymOk, writer.get());
+  framework->transactions().abort(tx);
+}
+
+TEST_F(Interception, AnInterceptorMayDeregisterItselfFromInsideACall) {
+  intercept(kLdapClass);
+  PymReturnT deregistered = PymFailure;
+  interceptor.onCall([&](const FakeInterceptor::Call&) {
+    deregistered = repository->deregisterClass(kLdapClass);
+    return PymOk;
+  });
+  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
+  const unsigned long tx = framework->transactions().begin();
+  EXPECT_EQ(PymOk, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
+  EXPECT_EQ(PymOk, deregistered);
+  EXPECT_TRUE(framework->interceptors().classes().empty());
+  framework->transactions().abort(tx);
 }

@@ -37,11 +37,11 @@ namespace Framework {
 // class has one, through the public tables or from an operator, goes to the interceptor instead,
 // called the same way as an implementer. The interceptor carries it on, and writes whatever
 // else it wants, through the extended table, which is never intercepted; while it serves an
-// operator's write, those writes are the operator's and reach implementers.
+// operator's write, its writes in that transaction are the operator's and reach implementers.
 class CmRouter : public TransactionObserver {
  public:
   CmRouter(ModelStore& model, TransactionService& transactions, const ObjectImplementerRegistry& implementers,
-           const InterceptorRepository& interceptors, EventRouter& events, LogCapture& log);
+           InterceptorRepository& interceptors, EventRouter& events, LogCapture& log);
   ~CmRouter() override;
   CmRouter(const CmRouter&) = delete;
   CmRouter& operator=(const CmRouter&) = delete;
@@ -125,6 +125,9 @@ class CmRouter : public TransactionObserver {
   // origin's. Its answer, or nullopt when dn's class has no interceptor.
   template <class Call>
   std::optional<PymReturnT> intercept(unsigned long txHandle, const std::string& dn, Origin origin, Call&& call);
+  // Whose write the extended table's write in txHandle is: the operator's while an interceptor
+  // serves an operator's write in that transaction on this thread, else a component's.
+  static Origin carriedOnOrigin(unsigned long txHandle);
   std::optional<PymReturnT> interceptAttribute(unsigned long txHandle, const char* dn, const char* attributeName,
                                                const PymMoAttributeValueContainer_3* value, Origin origin);
   // Logs that the interceptor of dn's class lacks operation; PymFailure.
@@ -149,7 +152,7 @@ class CmRouter : public TransactionObserver {
   ModelStore& _model;
   TransactionService& _transactions;
   const ObjectImplementerRegistry& _implementers;
-  const InterceptorRepository& _interceptors;
+  InterceptorRepository& _interceptors;
   EventRouter& _events;
   LogCapture& _log;
   mutable std::mutex _mutex;

@@ -3,10 +3,14 @@
 
 #include <QivOamSpiInterceptorRepository.h>
 
+#include <condition_variable>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace Framework {
@@ -19,16 +23,21 @@ class InterceptorRepository {
     const QivOamSpiInterceptor_1* table;
     void* context;
   };
+  using Body = std::function<PymReturnT(const Interceptor&)>;
 
   // PymOk; PymAlreadyExist when className has another interceptor (the same table and context
   // again is PymOk: a component that starts again without having stopped registers again);
   // PymInvalidParameter for a null or empty className or a null table.
   PymReturnT registerClass(const char* className, const QivOamSpiInterceptor_1* table, void* context);
-  // PymOk; PymNotExist when className has none; PymInvalidParameter for a null className. Calls
-  // already under way go on: the router only starts no new one.
+  // PymOk once no call of the interceptor is under way on another thread any more, so that its
+  // owner may let it go; a call on the deregistering thread itself (deregistering from inside
+  // the interceptor) is not waited for. PymNotExist when className has none;
+  // PymInvalidParameter for a null className.
   PymReturnT deregisterClass(const char* className);
 
-  std::optional<Interceptor> interceptorOf(const std::string& className) const;
+  // Runs body with the interceptor of className, without the lock, as a call under way; its
+  // answer, or nullopt when the class has no interceptor.
+  std::optional<PymReturnT> call(const std::string& className, const Body& body);
   // The classes that have an interceptor, sorted.
   std::vector<std::string> classes() const;
 
@@ -37,8 +46,15 @@ class InterceptorRepository {
   static std::vector<PymMgmtSpiInterface_1*> interfaces();
 
  private:
+  void callEnded(const std::string& className);
+  // Under the lock.
+  bool runningElsewhere(const std::string& className) const;
+
   mutable std::mutex _mutex;
+  std::condition_variable _callEnded;
   std::map<std::string, Interceptor> _interceptors;
+  // The threads in a call of each class's interceptor.
+  std::map<std::string, std::multiset<std::thread::id>> _running;
 };
 
 }  // namespace Framework
