@@ -13,10 +13,12 @@
 #include <Qiv/Timer.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <iterator>
 #include <limits>
+#include <mutex>
 #include <sstream>
 
 #include <arpa/inet.h>
@@ -46,27 +48,36 @@ const char PASSWORD_REPLACEMENT[] = "$1****";
 
 bool traceEnabled() { return Qiv::LoggingWrapper::isEnabled(Qiv::LoggingWrapper::TRACE); }
 
-// Raised on the launching thread only while Poco forks; the child sees it in its copy.
-thread_local bool launchingQivea = false;
+// Who is launching qivea, set under launchMutex while Poco forks; the child sees them in its
+// copy. No thread_local: the library is loaded with dlopen, and its dynamic TLS would outlive
+// dlclose in threads that touched it.
+std::mutex launchMutex;
+std::atomic<bool> launchingQivea{false};
+pthread_t launchingThread;
 
 // The child joins a process group of its own before exec as well: the parent's setpgid fails
-// (EACCES) once the child has exec'd, and the watchdog would then have no group to kill.
+// (EACCES) once the child has exec'd, and the watchdog would then have no group to kill. The
+// handler runs in the child of every fork of the process: only the launching thread's counts.
 void joinOwnProcessGroup() {
-  if (launchingQivea) setpgid(0, 0);
+  if (launchingQivea && pthread_equal(pthread_self(), launchingThread)) setpgid(0, 0);
 }
 
-// Marks the forks of one launch for joinOwnProcessGroup.
+// Marks the forks of one launch for joinOwnProcessGroup; one launch at a time.
 class OwnProcessGroupLaunch {
  public:
-  OwnProcessGroupLaunch() {
+  OwnProcessGroupLaunch() : _lock(launchMutex) {
     // Without the handler the parent's setpgid alone moves the child, nearly always in time.
     static const int registered = pthread_atfork(nullptr, nullptr, &joinOwnProcessGroup);
     static_cast<void>(registered);
+    launchingThread = pthread_self();
     launchingQivea = true;
   }
   ~OwnProcessGroupLaunch() { launchingQivea = false; }
   OwnProcessGroupLaunch(const OwnProcessGroupLaunch&) = delete;
   OwnProcessGroupLaunch& operator=(const OwnProcessGroupLaunch&) = delete;
+
+ private:
+  std::lock_guard<std::mutex> _lock;
 };
 
 Poco::ProcessHandle launch(const std::vector<std::string>& args, Poco::Pipe& outPipe, Poco::Pipe& errPipe) {
