@@ -12,6 +12,7 @@
 #include <functional>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -396,39 +397,39 @@ TEST_F(LdapConfigFileProducerTest, WithoutTlsTheTlsModeIsEmptyAndTlsIsDisabled) 
   EXPECT_EQ("ldap_id_use_start_tls = false", secAa[52]);
 }
 
-TEST_F(LdapConfigFileProducerTest, StartTlsOnTheDefaultPort) {
+// A TLS mode on the default port, and the lines it decides in both files.
+struct DefaultPortCase {
+  TlsMode tlsMode;
+  const char* uri;
+  const char* ldapSmTlsMode;
+  const char* startTls;
+};
+
+std::ostream& operator<<(std::ostream& out, const DefaultPortCase& mode) { return out << mode.uri; }
+
+class LdapConfigFileProducerDefaultPortTest : public LdapConfigFileProducerTest,
+                                              public ::testing::WithParamInterface<DefaultPortCase> {};
+
+TEST_P(LdapConfigFileProducerDefaultPortTest, TheTlsModeChoosesSchemePortAndTlsLines) {
   LdapConfiguration config;
   config.ldapIpAddress = "10.0.0.1";
   config.useTls = true;
-  config.tlsMode = STARTTLS;
+  config.tlsMode = GetParam().tlsMode;
   config.serverPort = 0;
 
   const std::vector<std::string> ldapSm = lines(ldapSmText(config));
   const std::vector<std::string> secAa = lines(secAaText(config));
 
-  EXPECT_EQ("ldap_uri = ldap://10.0.0.1:389", ldapSm[3]);
-  EXPECT_EQ("tls_mode = 0", ldapSm[9]);
-  EXPECT_EQ("ldap_uri = ldap://10.0.0.1:389", secAa[31]);
+  EXPECT_EQ(std::string("ldap_uri = ") + GetParam().uri, ldapSm[3]);
+  EXPECT_EQ(std::string("tls_mode = ") + GetParam().ldapSmTlsMode, ldapSm[9]);
+  EXPECT_EQ(std::string("ldap_uri = ") + GetParam().uri, secAa[31]);
   EXPECT_EQ("ldap_auth_disable_tls_never_use_in_production = false", secAa[51]);
-  EXPECT_EQ("ldap_id_use_start_tls = true", secAa[52]);
+  EXPECT_EQ(std::string("ldap_id_use_start_tls = ") + GetParam().startTls, secAa[52]);
 }
 
-TEST_F(LdapConfigFileProducerTest, LdapsOnTheDefaultPort) {
-  LdapConfiguration config;
-  config.ldapIpAddress = "10.0.0.1";
-  config.useTls = true;
-  config.tlsMode = LDAPS;
-  config.serverPort = 0;
-
-  const std::vector<std::string> ldapSm = lines(ldapSmText(config));
-  const std::vector<std::string> secAa = lines(secAaText(config));
-
-  EXPECT_EQ("ldap_uri = ldaps://10.0.0.1:636", ldapSm[3]);
-  EXPECT_EQ("tls_mode = 1", ldapSm[9]);
-  EXPECT_EQ("ldap_uri = ldaps://10.0.0.1:636", secAa[31]);
-  EXPECT_EQ("ldap_auth_disable_tls_never_use_in_production = false", secAa[51]);
-  EXPECT_EQ("ldap_id_use_start_tls = false", secAa[52]);
-}
+INSTANTIATE_TEST_SUITE_P(StartTlsAndLdaps, LdapConfigFileProducerDefaultPortTest,
+                         ::testing::Values(DefaultPortCase{STARTTLS, "ldap://10.0.0.1:389", "0", "true"},
+                                           DefaultPortCase{LDAPS, "ldaps://10.0.0.1:636", "1", "false"}));
 
 TEST_F(LdapConfigFileProducerTest, Ipv6PrimaryAndIpv4FallbackOverLdaps) {
   LdapConfiguration config;

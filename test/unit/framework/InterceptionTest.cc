@@ -37,8 +37,10 @@ class Interception : public FrameworkTest {
     repository = lookup<QivOamSpiInterceptorRepository_1>("QivOamSpiExtCmRouterService",
                                                            "QivOamSpiInterceptorRepository", "1");
     extended = lookup<QivOamSpiManagedObject_3>("QivOamSpiExtCmRouterService", "QivOamSpiManagedObject", "3");
+    router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
     ASSERT_NE(nullptr, repository);
     ASSERT_NE(nullptr, extended);
+    ASSERT_NE(nullptr, router);
     baseDnValue.theString = "dc=written";
     nodeTypeValue.theString = "mirrored";
   }
@@ -67,6 +69,8 @@ class Interception : public FrameworkTest {
 
   QivOamSpiInterceptorRepository_1* repository = nullptr;
   QivOamSpiManagedObject_3* extended = nullptr;
+  // The public table other components write through.
+  PymOamSpiManagedObject_3* router = nullptr;
   FakeInterceptor interceptor;
   FakeImplementer implementer{0, "LdapComponent"};
   PymMoAttributeValue_3 baseDnValue{};
@@ -102,10 +106,10 @@ TEST_F(Interception, EveryPublicTableHandsTheCallersArgumentsToTheInterceptor) {
   const unsigned long tx = framework->transactions().begin();
   for (const char* version : {"1", "3", "3_1"}) {
     SCOPED_TRACE(version);
-    auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", version);
-    ASSERT_NE(nullptr, router);
+    auto* table = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", version);
+    ASSERT_NE(nullptr, table);
     // Version 1 begins with the same setMoAttribute.
-    EXPECT_EQ(-7, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
+    EXPECT_EQ(-7, table->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
     const FakeInterceptor::Call call = interceptor.calls().back();
     EXPECT_EQ("setMoAttribute", call.operation);
     EXPECT_EQ(&interceptor, call.context);
@@ -123,12 +127,12 @@ TEST_F(Interception, EveryPublicTableHandsTheCallersArgumentsToTheInterceptor) {
 TEST_F(Interception, SetMoAttributesHandsTheCallersListToTheInterceptor) {
   intercept(kLdapClass);
   interceptor.onCall([](const FakeInterceptor::Call&) { return -4; });
-  auto* router = lookup<PymOamSpiManagedObject_3_1>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3_1");
-  ASSERT_NE(nullptr, router);
+  auto* table = lookup<PymOamSpiManagedObject_3_1>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3_1");
+  ASSERT_NE(nullptr, table);
   PymMoNamedAttributeValueContainer_3 named{"baseDn", baseDn};
   PymMoNamedAttributeValueContainer_3* list[] = {&named, nullptr};
   const unsigned long tx = framework->transactions().begin();
-  EXPECT_EQ(-4, router->setMoAttributes(tx, LDAP_DN, list));
+  EXPECT_EQ(-4, table->setMoAttributes(tx, LDAP_DN, list));
   ASSERT_EQ(1u, interceptor.calls().size());
   EXPECT_EQ("setMoAttributes", interceptor.calls()[0].operation);
   EXPECT_EQ(list, interceptor.calls()[0].attributes);
@@ -151,7 +155,6 @@ TEST_F(Interception, TheExtendedTableIsNeverIntercepted) {
 TEST_F(Interception, WhatTheInterceptorCarriesOnIsCommitted) {
   intercept(kLdapClass);
   interceptor.onCall(mirrorThenCarryOn());
-  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
   const unsigned long tx = framework->transactions().begin();
   ASSERT_EQ(PymOk, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
   EXPECT_EQ(1u, interceptor.calls().size());
@@ -162,7 +165,6 @@ TEST_F(Interception, WhatTheInterceptorCarriesOnIsCommitted) {
 
 TEST_F(Interception, OnlyTheRegisteredClassIsIntercepted) {
   intercept(kUserManagementClass);
-  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
   const unsigned long tx = framework->transactions().begin();
   EXPECT_EQ(PymOk, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
   EXPECT_TRUE(interceptor.calls().empty());
@@ -173,7 +175,6 @@ TEST_F(Interception, OnlyTheRegisteredClassIsIntercepted) {
 TEST_F(Interception, ADeregisteredInterceptorIsNotCalledAgain) {
   intercept(kLdapClass);
   interceptor.onCall([](const FakeInterceptor::Call&) { return PymFailure; });
-  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
   const unsigned long tx = framework->transactions().begin();
   EXPECT_EQ(PymFailure, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
   ASSERT_EQ(PymOk, repository->deregisterClass(kLdapClass));
@@ -186,7 +187,6 @@ TEST_F(Interception, ADeregisteredInterceptorIsNotCalledAgain) {
 TEST_F(Interception, AnInterceptorWithoutTheOperationFailsTheWriteWithAnError) {
   interceptor.editableTable().setMoAttribute = nullptr;
   intercept(kLdapClass);
-  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
   const unsigned long tx = framework->transactions().begin();
   EXPECT_EQ(PymFailure, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
   EXPECT_TRUE(framework->log().contains(PymLogError, std::string("the interceptor of ") + kLdapClass +
@@ -225,7 +225,6 @@ TEST_F(Interception, AComponentsWriteCarriedOnStaysAComponentsWrite) {
   implementLdap();
   intercept(kLdapClass);
   interceptor.onCall(mirrorThenCarryOn());
-  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
   OperatorTransaction transaction(*framework);
   ASSERT_EQ(PymOk, router->setMoAttribute(transaction.handle(), LDAP_DN, "baseDn", &baseDn));
   EXPECT_EQ(1u, interceptor.calls().size());
@@ -306,7 +305,6 @@ TEST_F(Interception, DeregisteringWaitsForACallUnderWayOnAnotherThread) {
     released.wait();
     return PymOk;
   });
-  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
   const unsigned long tx = framework->transactions().begin();
   std::future<PymReturnT> writer =
       std::async(std::launch::async, [&] { return router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn); });
@@ -332,7 +330,6 @@ TEST_F(Interception, AnInterceptorMayDeregisterItselfFromInsideACall) {
     deregistered = repository->deregisterClass(kLdapClass);
     return PymOk;
   });
-  auto* router = lookup<PymOamSpiManagedObject_3>("PymOamSpiCmRouterService", "PymOamSpiManagedObject", "3");
   const unsigned long tx = framework->transactions().begin();
   EXPECT_EQ(PymOk, router->setMoAttribute(tx, LDAP_DN, "baseDn", &baseDn));
   EXPECT_EQ(PymOk, deregistered);
