@@ -186,11 +186,12 @@ TEST_F(LifecycleTest, BuiltInAuthorizationSetsLdapNoInitWhileStarted) {
   ScopedEnvironmentVariable unset("LDAPNOINIT");
   initialize("<QivAccessManagementComponent><useBuiltInAuthorization>true</useBuiltInAuthorization>"
              "</QivAccessManagementComponent>");
-  // The first start checks the setting before it reads the component file.
   ASSERT_EQ(0, start());
-  EXPECT_EQ(nullptr, std::getenv("LDAPNOINIT"));
+  ASSERT_NE(nullptr, std::getenv("LDAPNOINIT"));
+  EXPECT_STREQ("true", std::getenv("LDAPNOINIT"));
   ASSERT_TRUE(eventually([&] { return authenticationCalls().size() == 2; }));
   ASSERT_EQ(0, stop());
+  EXPECT_EQ(nullptr, std::getenv("LDAPNOINIT"));
   ASSERT_EQ(0, start());
   ASSERT_NE(nullptr, std::getenv("LDAPNOINIT"));
   EXPECT_STREQ("true", std::getenv("LDAPNOINIT"));

@@ -14,6 +14,9 @@ namespace Amhost {
 
 namespace {
 
+// The level at which the framework records traces.
+const int TRACE_LEVEL = 8;
+
 // What the component puts before every text meant for the operator; the host prints the text only.
 const char OPERATOR_MARKER[] = "@qivnbi@";
 
@@ -254,8 +257,19 @@ AccessManagementHost::Status AccessManagementHost::roles(const std::string& user
   // The descriptor's first offered interface is "PymMwSpiAccessManagement" "2".
   const PymMwSpiAccessManagement_2* accessManagement = reinterpret_cast<PymMwSpiAccessManagement_2*>(offered);
   const char** roles = nullptr;
+  // Everything the query logs, traces included, so that a refusal can be explained.
+  Framework::LogCapture& log = _framework->log();
+  const int level = log.getLevel();
+  const std::size_t before = log.records().size();
+  log.setLevel(TRACE_LEVEL);
   const PymReturnT code = accessManagement->getRoles(method.c_str(), user.c_str(), &roles);
-  if (code != PymOk) return fail("getRoles answered " + std::to_string(code));
+  log.setLevel(level);
+  if (code != PymOk) {
+    const std::vector<Framework::LogRecord> records = log.records();
+    for (std::size_t index = before; index < records.size(); ++index)
+      _err << "log " << records[index].level << " " << records[index].method << ": " << records[index].text << "\n";
+    return fail("getRoles answered " + std::to_string(code));
+  }
   for (const char** role = roles; role != nullptr && *role != nullptr; ++role) _out << *role << "\n";
   accessManagement->freeRoles(method.c_str(), roles);
   return Succeeded;

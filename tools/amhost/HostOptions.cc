@@ -35,7 +35,9 @@ commands:
   commit | abort           end the current transaction; commit saves the model FILE
   begin NAME | use NAME    begin a named transaction, or go back to an open one; it becomes
                            current (after commit or abort the unnamed one is)
-  roles USER [METHOD]      the user's roles from the component, one per line (METHOD: LDAP)
+  roles USER [METHOD]      the user's roles from the component, one per line (METHOD: LDAP);
+                           when it refuses, everything the query logged (traces included)
+                           is printed to standard error before the code
   show                     the committed LDAP configuration, the bind password as ****
   encrypt TEXT             TEXT encrypted as the model stores bindPassword's password member
   log-level N              as --log-level

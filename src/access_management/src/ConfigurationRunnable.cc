@@ -403,19 +403,32 @@ int ConfigurationRunnable::readComponentConfiguration(const char* config) {
               LDAP_INIT_CONFIG_TIMEOUT_KEY, value.c_str());
   }
 
-  value.clear();
-  if (Qiv::QivConfiguration::getElementValue(document, element, USE_BUILT_IN_AUTHORIZATION_KEY, value) &&
-      !value.empty()) {
-    if (value != "true" && value != "false") {
-      QIV_LOG(3, "Validation failed, useBuiltInAuthorization has invalid value (%s)", value.c_str());
-      record.configFileInvalid = true;
-      return -9;
-    }
-    _useQivAuthorization = value == "true";
-    QIV_TRACE("Built-in authorization (%s) retrieved from configuration: %s", USE_BUILT_IN_AUTHORIZATION_KEY,
-              value.c_str());
-  }
   return 0;
+}
+
+void ConfigurationRunnable::readUseQivAuthorization(const char* config) {
+  _useQivAuthorization = false;
+  if (config == nullptr) return;
+  Qiv::QivConfiguration document;
+  try {
+    document.load(config);
+  } catch (const Qiv::QivException&) {
+    return;  // reported when the whole component file is read
+  }
+  const std::unique_ptr<Poco::XML::NodeList, NodeListRelease> nodes(document.getElementsByTagName(COMPONENT_NAME));
+  if (!nodes || nodes->length() == 0) return;
+  const Poco::XML::Element* element = static_cast<const Poco::XML::Element*>(nodes->item(0));
+  std::string value;
+  if (!Qiv::QivConfiguration::getElementValue(document, element, USE_BUILT_IN_AUTHORIZATION_KEY, value) ||
+      value.empty())
+    return;
+  if (value != "true" && value != "false") {
+    QIV_LOG(3, "Validation failed, useBuiltInAuthorization has invalid value (%s)", value.c_str());
+    return;
+  }
+  _useQivAuthorization = value == "true";
+  QIV_TRACE("Built-in authorization (%s) retrieved from configuration: %s", USE_BUILT_IN_AUTHORIZATION_KEY,
+            value.c_str());
 }
 
 int ConfigurationRunnable::stringToInt(const std::string& text) const {
@@ -951,6 +964,8 @@ int ConfigurationRunnable::init(QivMgmtSpiInterfacePortal_1* portal, const std::
   for (Poco::Pipe* pipe : {&_stopRequest, &_subscribeRequest, &_subscribeComplete}) drain(*pipe);
   _hasComponentConfiguration = config != nullptr;
   _componentConfiguration = config != nullptr ? config : "";
+  // Start sets LDAPNOINIT from this before the rest of the component file is read.
+  readUseQivAuthorization(config);
   initCipher();
   setQiveaCapabilities();
   setState(STATE_INITIALISED);

@@ -54,8 +54,8 @@ class ConfigurationRunnable : public Poco::Runnable {
 
   // The configuration thread. init (on the framework's control thread, before the thread
   // starts) keeps the portal, the LdapAuthenticationMethod DN and the component configuration,
-  // finds the cipher filter and asks qivea what it supports: 0, or -1 ("Invalid arguments") for
-  // a null portal or an empty DN.
+  // reads whether the built-in authorization is wanted, finds the cipher filter and asks qivea
+  // what it supports: 0, or -1 ("Invalid arguments") for a null portal or an empty DN.
   int init(QivMgmtSpiInterfacePortal_1* portal, const std::string& ldapAuthenticationMethodDn, const char* config);
   // Where run() signals that the initial configuration was read and applied; null: nobody waits.
   // Both stay the caller's.
@@ -111,7 +111,7 @@ class ConfigurationRunnable : public Poco::Runnable {
                         const std::string& value, bool addMessages);
 
   // Reads the component's own XML configuration (null: nothing to read) into the record:
-  // port, TLS mode, service module, start-up time-out and built-in authorization. 0 on success
+  // port, TLS mode, service module and start-up time-out. 0 on success
   // or when there is nothing to read, -9 for an invalid value (configFileInvalid then set), -1
   // for a document that does not parse or a service module that cannot be opened. Exceptions
   // of the time-out conversion pass to the caller. Takes the configuration mutex.
@@ -205,6 +205,8 @@ class ConfigurationRunnable : public Poco::Runnable {
   bool isLdap20AttributesExist() const;
 
  private:
+  // "useBuiltInAuthorization" of the component file (false when absent or invalid, logged then).
+  void readUseQivAuthorization(const char* config);
   // The result of one rule: its log line as a warning and, with addMessages, its operator text.
   int reportViolation(const std::string& logText, const std::string& operatorText, bool addMessages);
 

@@ -98,6 +98,29 @@ TEST_F(ConfigurationRunnableThreadTest, InitNeedsAPortalAndTheMethodsDn) {
   EXPECT_EQ(1389, runnable.getLdapConfiguration().serverPort);
 }
 
+TEST_F(ConfigurationRunnableThreadTest, InitReadsWhetherTheBuiltInAuthorizationIsWanted) {
+  ConfigurationRunnable runnable;
+  const auto init = [&](const char* config) { return runnable.init(portal(), METHOD_DN, config); };
+  EXPECT_EQ(0, init("<c><QivAccessManagementComponent><useBuiltInAuthorization> true </useBuiltInAuthorization>"
+                    "</QivAccessManagementComponent></c>"));
+  EXPECT_TRUE(runnable.getUseQivAuthorization());
+  EXPECT_EQ(0, init("<QivAccessManagementComponent useBuiltInAuthorization=\"false\"/>"));
+  EXPECT_FALSE(runnable.getUseQivAuthorization());
+  EXPECT_EQ(0, init("<QivAccessManagementComponent useBuiltInAuthorization=\"true\"/>"));
+  EXPECT_TRUE(runnable.getUseQivAuthorization());
+  // Each start reads it anew: no setting, an invalid one or no document means the default.
+  EXPECT_EQ(0, init(nullptr));
+  EXPECT_FALSE(runnable.getUseQivAuthorization());
+  EXPECT_EQ(0, init("<QivAccessManagementComponent useBuiltInAuthorization=\"true\"/>"));
+  EXPECT_EQ(0, init("<QivAccessManagementComponent useBuiltInAuthorization=\"TRUE\"/>"));
+  EXPECT_EQ(1u, log().count(3, "Validation failed, useBuiltInAuthorization has invalid value (TRUE)"));
+  EXPECT_FALSE(runnable.getUseQivAuthorization());
+  EXPECT_EQ(0, init("<QivAccessManagementComponent useBuiltInAuthorization=\"true\">"));
+  EXPECT_FALSE(runnable.getUseQivAuthorization());
+  EXPECT_EQ(0, init("<other useBuiltInAuthorization=\"true\"/>"));
+  EXPECT_FALSE(runnable.getUseQivAuthorization());
+}
+
 TEST_F(ConfigurationRunnableThreadTest, RunWithoutInitDoesNothing) {
   ConfigurationRunnable runnable;
   runnable.run();
