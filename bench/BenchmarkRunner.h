@@ -1,19 +1,44 @@
 #ifndef BENCH_BENCHMARK_RUNNER_H
 #define BENCH_BENCHMARK_RUNNER_H
 
+#include "RatioReporter.h"
+
 #include <string>
+#include <vector>
 
 namespace Bench {
 
-// The main program of a benchmark measured against its baseline: runs every registered
-// benchmark with their repetitions interleaved, then prints the ratio of the two medians.
+// The main program of benchmarks measured against their baselines: runs the registered
+// benchmarks with their repetitions interleaved, then prints the ratio of each pair's medians.
+// Benchmarks that need a set-up of their own (a differently configured component) are run in
+// phases: register, runRegistered, and again for the next set-up.
 class BenchmarkRunner {
  public:
-  // measured, baseline and label as for RatioReporter. Google Benchmark options in argv are
-  // honoured and win over the interleaving this adds. The exit status for main: 0 when the
-  // ratio was printed, 1 for an unknown option or when it could not be measured.
+  // Google Benchmark options in argv are honoured and win over the interleaving this adds.
+  // The comparisons are those of every phase. At most one object at a time (the library's
+  // flags are global).
+  BenchmarkRunner(int argc, char** argv, std::vector<RatioReporter::Comparison> comparisons);
+  ~BenchmarkRunner();
+  BenchmarkRunner(const BenchmarkRunner&) = delete;
+  BenchmarkRunner& operator=(const BenchmarkRunner&) = delete;
+
+  // False (and said on standard error) when argv held an option the library does not know;
+  // nothing should be run then.
+  bool argumentsAccepted() const;
+  // Runs the benchmarks registered so far and unregisters them, so that the next phase starts
+  // with its own.
+  void runRegistered();
+  // As RatioReporter::printRatios.
+  bool printRatios() const;
+
+  // The whole main program for one pair registered before: 0 when the ratio was printed, 1 for
+  // an unknown option or when it could not be measured.
   static int run(int argc, char** argv, const std::string& measured, const std::string& baseline,
                  const std::string& label);
+
+ private:
+  RatioReporter _reporter;
+  bool _argumentsAccepted;
 };
 
 }  // namespace Bench

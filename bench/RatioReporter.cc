@@ -8,11 +8,8 @@
 namespace Bench {
 
 // Colours only on a terminal.
-RatioReporter::RatioReporter(std::string measured, std::string baseline, std::string label)
-    : ConsoleReporter(::isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular),
-      _measured(std::move(measured)),
-      _baseline(std::move(baseline)),
-      _label(std::move(label)) {}
+RatioReporter::RatioReporter(std::vector<Comparison> comparisons)
+    : ConsoleReporter(::isatty(STDOUT_FILENO) ? OO_Defaults : OO_Tabular), _comparisons(std::move(comparisons)) {}
 
 void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
@@ -23,17 +20,24 @@ void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
   ConsoleReporter::ReportRuns(runs);
 }
 
-bool RatioReporter::printRatio() const {
-  const auto measured = _medians.find(_measured);
-  const auto baseline = _medians.find(_baseline);
+bool RatioReporter::printRatios() const {
+  bool all = true;
+  for (const Comparison& comparison : _comparisons) all = printRatio(comparison) && all;
+  return all;
+}
+
+bool RatioReporter::printRatio(const Comparison& comparison) const {
+  const char* label = comparison.label.c_str();
+  const auto measured = _medians.find(comparison.measured);
+  const auto baseline = _medians.find(comparison.baseline);
   // Times in different units would make the quotient meaningless.
   if (measured == _medians.end() || baseline == _medians.end() || baseline->second.realTime <= 0 ||
       measured->second.unit != baseline->second.unit) {
-    std::printf("ratio %s / baseline: not measured (both benchmarks must run and succeed)\n", _label.c_str());
+    std::printf("ratio %s / baseline: not measured (both benchmarks must run and succeed)\n", label);
     return false;
   }
   const char* unit = benchmark::GetTimeUnitString(measured->second.unit);
-  std::printf("ratio %s / baseline (median real time): %.2f (%.0f %s / %.0f %s)\n", _label.c_str(),
+  std::printf("ratio %s / baseline (median real time): %.2f (%.0f %s / %.0f %s)\n", label,
               measured->second.realTime / baseline->second.realTime, measured->second.realTime, unit,
               baseline->second.realTime, unit);
   return true;

@@ -1,6 +1,7 @@
 #ifndef QIV_ACCESS_MANAGEMENT_ACCESS_MANAGEMENT_COMPONENT_H
 #define QIV_ACCESS_MANAGEMENT_ACCESS_MANAGEMENT_COMPONENT_H
 
+#include "AmLdap.h"
 #include "AmLdapAttrSync.h"
 #include "AmOrbelinFilterAttrSync.h"
 #include "AmUserManagementAttrSync.h"
@@ -9,6 +10,7 @@
 #include "IAmLdap.h"
 #include "LdapAttributeWriter.h"
 #include "LdapConfiguration.h"
+#include "LdapTlsWrapper.h"
 #include "PymComponent.h"
 #include "SecUaiWrapper.h"
 
@@ -82,7 +84,7 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   void allocRoles(const std::string& roles, const char*** result);
   // Appends the pieces of text between separators; a trailing separator adds no empty piece.
   static void split(const std::string& text, char separator, std::vector<std::string>& pieces);
-  // The built-in directory lookup; not owned.
+  // Puts another built-in directory lookup in place of the component's own; not owned.
   void setQivAuthorization(IAmLdap* amLdap);
 
   // Managed-object operations on the LDAP objects. Only attribute writes and the reads of values
@@ -191,6 +193,10 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   bool _resubscribed;
   bool _applyOnCommit;  // prepare accepted the change: commit applies it
   std::map<std::pair<std::string, std::string>, PymMoAttributeValueContainer_3*> _writtenValues;
+  // The built-in lookup over the component's own LDAP client, both owned; _amLdap points at it
+  // unless setQivAuthorization put another lookup in its place.
+  Ldap::LdapTlsWrapper _ldapTlsWrapper;
+  AmLdap _builtInLdap;
   std::atomic<IAmLdap*> _amLdap;
   SecUaiWrapper _secUaiWrapper;
   AmQivEaWrapper _qivEa;

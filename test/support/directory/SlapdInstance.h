@@ -10,13 +10,16 @@ namespace TestDirectory {
 // attributes, the sample entries of test/fixtures/ldap, and TLS from a throw-away CA (LDAPS on
 // its own port, StartTLS on the plain port). The constructor returns once both ports answer and
 // throws std::runtime_error (with slapd's output) when it could not start. The destructor stops
-// slapd by its pid and removes the directory, also when a test failed.
+// slapd by its pid and removes the directory, also when a test failed. slapd is a direct child that
+// gets SIGTERM when the thread that constructed the instance ends (so a crashed test leaves no
+// server behind): construct and destroy it on a thread that outlives it.
 class SlapdInstance {
  public:
   struct Options {
-    // GnuTLS priority string for olcTLSCipherSuite; empty keeps slapd's default.
+    // GnuTLS priority string for slapd's TLSCipherSuite (olcTLSCipherSuite); empty keeps its default.
     std::string cipherSuite;
-    // LDIF files loaded after the base entries; empty: the project's sample users.
+    // LDIF file loaded after the base entries (suffix, people/groups/roleAliases containers,
+    // the reader); empty: the project's sample users, test/fixtures/ldap/sample.ldif.
     std::string ldifFile;
   };
 
@@ -42,6 +45,9 @@ class SlapdInstance {
   static const char* rootDn() { return "cn=admin,dc=example,dc=com"; }
   static const char* rootPassword() { return "secret"; }
   static const char* roleAliasesBaseDn() { return "ou=roleAliases,dc=example,dc=com"; }
+  // Part of the base entries, so present whatever Options::ldifFile holds; may read all but passwords.
+  static const char* readerDn() { return "cn=reader,dc=example,dc=com"; }
+  static const char* readerPassword() { return "readerpw"; }
 
   std::string directory() const;
   int pid() const;

@@ -617,6 +617,15 @@ TEST_F(RoleQueryBuiltInTest, ExternalCommandIsUsedWhenTheFileSaysFalse) {
   EXPECT_EQ(0, component->freeRoles("LDAP", roles));
 }
 
+TEST_F(RoleQueryBuiltInTest, WithoutAnyBuiltInLookupTheQueryIsRefused) {
+  unlock();
+  ASSERT_EQ(0, start(componentFile(true)));
+  component->setQivAuthorization(nullptr);
+  EXPECT_EQ(-1, query());
+  EXPECT_EQ(marker, roles);
+  EXPECT_EQ(1u, log().count(3, "No built-in LDAP authorization installed"));
+}
+
 class RoleQueryWithoutMethodTest : public RoleQueryTest {
  protected:
   RoleQueryWithoutMethodTest() : RoleQueryTest("no-ldap-auth-method.xml") {}
