@@ -1,4 +1,5 @@
 #include "QiveaStandIn.h"
+#include "SlapdInstance.h"
 
 #include <Poco/File.h>
 #include <Poco/Pipe.h>
@@ -311,4 +312,44 @@ TEST_F(AmhostTest, HelpPrintsTheUsage) {
   EXPECT_EQ(0, outcome.status);
   EXPECT_EQ(0u, outcome.out.find("usage: amhost --model FILE"));
   EXPECT_NE(std::string::npos, outcome.out.find("exit status:"));
+}
+
+// amhost with the component's own LDAP client, against a throw-away directory.
+class AmhostBuiltInTest : public AmhostTest {
+ protected:
+  AmhostBuiltInTest() {
+    std::ofstream(componentFile()) << "<QivAccessManagementComponent><ldapInitConfigTimeout>10</ldapInitConfigTimeout>"
+                                      "<useBuiltInAuthorization>true</useBuiltInAuthorization>"
+                                      "</QivAccessManagementComponent>";
+  }
+
+  std::vector<Args> unlockAt(int port) const {
+    return {{"start"},
+            {"set", METHOD_DN, "administrativeState", "UNLOCKED"},
+            {"set", LDAP_DN, "serverPort", std::to_string(port)},
+            {"set", LDAP_DN, "baseDn", TestDirectory::SlapdInstance::baseDn()},
+            {"unset", LDAP_DN, "bindDn"},
+            {"commit"}};
+  }
+
+  TestDirectory::SlapdInstance directory;
+};
+
+TEST_F(AmhostBuiltInTest, RolesComeFromTheDirectory) {
+  const Outcome outcome = run(concat(unlockAt(directory.plainPort()), {{"roles", "alice"}}));
+  EXPECT_EQ(0, outcome.status) << outcome.err;
+  EXPECT_EQ("started\ncommitted\nadmin\nops\n", outcome.out);
+  EXPECT_TRUE(qivea.callsStartingWith("authorization").empty());
+}
+
+TEST_F(AmhostBuiltInTest, RefusedQueryPrintsWhatItLoggedAndItsCode) {
+  const Outcome outcome = run(concat(unlockAt(TestDirectory::SlapdInstance::unusedPort()), {{"roles", "alice"}}));
+  EXPECT_EQ(1, outcome.status);
+  EXPECT_EQ("started\ncommitted\n", outcome.out);
+  EXPECT_NE(std::string::npos, outcome.err.find("log 8 openLdapConnection: No TLS\n")) << outcome.err;
+  EXPECT_NE(std::string::npos, outcome.err.find("log 8 openLdapConnection: Ping failed\n")) << outcome.err;
+  EXPECT_NE(std::string::npos, outcome.err.find("log 3 getRoles: getRoles failed (-1)\n")) << outcome.err;
+  const std::string last = "error: getRoles answered -1\n";
+  ASSERT_GE(outcome.err.size(), last.size());
+  EXPECT_EQ(last, outcome.err.substr(outcome.err.size() - last.size()));
 }
