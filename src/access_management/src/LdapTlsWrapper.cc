@@ -4,16 +4,30 @@
 
 #include <Qiv/LoggingWrapper.h>
 
+#include <dlfcn.h>
 #include <ldap.h>
 #include <sys/time.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 namespace Ldap {
 
 namespace {
+
+// libldap and its TLS library keep global state (default options, the TLS library's
+// initialisation) that they never release. Unloading them with the component would lose it on
+// every unload of the component, so the first wrapper keeps libldap loaded for the process's life.
+void keepLibldapLoaded() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    Dl_info library;
+    if (dladdr(reinterpret_cast<void*>(&ldap_initialize), &library) != 0 && library.dli_fname != nullptr)
+      dlopen(library.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+  });
+}
 
 const char LDAPS_SCHEME[] = "ldaps://";
 const char LDAP_SCHEME[] = "ldap://";
@@ -53,6 +67,14 @@ int scopeValue(ScopeT scope) {
   }
 }
 
+// A time-out of whole seconds, as libldap takes it.
+timeval wholeSeconds(int seconds) {
+  timeval timeout;
+  timeout.tv_sec = seconds;
+  timeout.tv_usec = 0;
+  return timeout;
+}
+
 const char* nullIfEmpty(const std::string& text) { return text.empty() ? nullptr : text.c_str(); }
 
 // The entry's attributes that have values, each as one Mod.
@@ -76,116 +98,69 @@ void readAttributes(LDAP* ld, LDAPMessage* found, Entry& entry) {
 
 }  // namespace
 
-LdapTlsWrapper::LdapTlsWrapper() : _ld(nullptr), _tlsMode(TLS_NONE) {}
+LdapTlsWrapper::LdapTlsWrapper() : _ld(nullptr), _tlsMode(TLS_NONE) { keepLibldapLoaded(); }
 
 LdapTlsWrapper::~LdapTlsWrapper() { freeLdapHandle(false); }
 
 bool LdapTlsWrapper::setCaCertificate(const std::string& file) {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
-  const int rc = ldap_set_option(_ld, LDAP_OPT_X_TLS_CACERTFILE, file.c_str());
-  if (rc != LDAP_SUCCESS) QIV_LOG(3, "Couldn't set CA cert (%s): %s", file.c_str(), message(rc).c_str());
-  QIV_TRACE(" << ");
-  return rc == LDAP_SUCCESS;
+  return setOption(__FUNCTION__, LDAP_OPT_X_TLS_CACERTFILE, file.c_str(), "Couldn't set CA cert (" + file + "): ");
 }
 
 bool LdapTlsWrapper::setCaCertDirectory(const std::string& dir) {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
-  const int rc = ldap_set_option(_ld, LDAP_OPT_X_TLS_CACERTDIR, dir.c_str());
-  if (rc != LDAP_SUCCESS) QIV_LOG(3, "Couldn't set CA cert directory (%s): %s", dir.c_str(), message(rc).c_str());
-  QIV_TRACE(" << ");
-  return rc == LDAP_SUCCESS;
+  return setOption(__FUNCTION__, LDAP_OPT_X_TLS_CACERTDIR, dir.c_str(),
+                   "Couldn't set CA cert directory (" + dir + "): ");
 }
 
 bool LdapTlsWrapper::setClientCertificate(const std::string& file) {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
-  const int rc = ldap_set_option(_ld, LDAP_OPT_X_TLS_CERTFILE, file.c_str());
-  if (rc != LDAP_SUCCESS) QIV_LOG(3, "Couldn't set client cert (%s): %s", file.c_str(), message(rc).c_str());
-  QIV_TRACE(" << ");
-  return rc == LDAP_SUCCESS;
+  return setOption(__FUNCTION__, LDAP_OPT_X_TLS_CERTFILE, file.c_str(), "Couldn't set client cert (" + file + "): ");
 }
 
 bool LdapTlsWrapper::setClientKey(const std::string& file) {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
-  const int rc = ldap_set_option(_ld, LDAP_OPT_X_TLS_KEYFILE, file.c_str());
-  if (rc != LDAP_SUCCESS) QIV_LOG(3, "Couldn't set client key (%s): %s", file.c_str(), message(rc).c_str());
-  QIV_TRACE(" << ");
-  return rc == LDAP_SUCCESS;
+  return setOption(__FUNCTION__, LDAP_OPT_X_TLS_KEYFILE, file.c_str(), "Couldn't set client key (" + file + "): ");
 }
 
 bool LdapTlsWrapper::setCipherSuite(const std::string& ciphers) {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
+  const std::string failure = "Couldn't set cipher suite (" + ciphers + "): ";
   // The filter is in OpenSSL's syntax; a libldap built with GnuTLS takes a priority string.
   std::string suite = ciphers;
-  std::string failure;
-  bool set = CipherPriorityTranslator::isLibldapTlsOpenSsl() || CipherPriorityTranslator::translate(ciphers, suite, failure);
-  if (set) {
-    const int rc = ldap_set_option(_ld, LDAP_OPT_X_TLS_CIPHER_SUITE, suite.c_str());
-    set = rc == LDAP_SUCCESS;
-    if (!set) failure = message(rc);
+  std::string refusal;
+  if (CipherPriorityTranslator::isLibldapTlsOpenSsl() || CipherPriorityTranslator::translate(ciphers, suite, refusal)) {
+    return setOption(__FUNCTION__, LDAP_OPT_X_TLS_CIPHER_SUITE, suite.c_str(), failure);
   }
-  if (!set) QIV_LOG(3, "Couldn't set cipher suite (%s): %s", ciphers.c_str(), failure.c_str());
+  QIV_TRACE(" >> ");
+  QIV_LOG(3, "%s%s", failure.c_str(), refusal.c_str());
   QIV_TRACE(" << ");
-  return set;
+  return false;
 }
 
 bool LdapTlsWrapper::setRequireCert(ReqCertOptionT option) {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
   const int value = requireCertValue(option);
-  const int rc = ldap_set_option(_ld, LDAP_OPT_X_TLS_REQUIRE_CERT, &value);
-  if (rc != LDAP_SUCCESS) QIV_LOG(3, "Couldn't set require-cert flag: %s", message(rc).c_str());
-  QIV_TRACE(" << ");
-  return rc == LDAP_SUCCESS;
+  return setOption(__FUNCTION__, LDAP_OPT_X_TLS_REQUIRE_CERT, &value, "Couldn't set require-cert flag: ");
 }
 
 bool LdapTlsWrapper::setSynchronousTimeout(int seconds) {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
-  timeval timeout;
-  timeout.tv_sec = seconds;
-  timeout.tv_usec = 0;
-  const int rc = ldap_set_option(_ld, LDAP_OPT_TIMEOUT, &timeout);
-  if (rc != LDAP_SUCCESS) QIV_LOG(3, "Couldn't set timeout: %s", message(rc).c_str());
-  QIV_TRACE(" << ");
-  return rc == LDAP_SUCCESS;
+  const timeval timeout = wholeSeconds(seconds);
+  return setOption(__FUNCTION__, LDAP_OPT_TIMEOUT, &timeout, "Couldn't set timeout: ");
 }
 
 bool LdapTlsWrapper::setNetworkTimeout(int seconds) {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
-  timeval timeout;
-  timeout.tv_sec = seconds;
-  timeout.tv_usec = 0;
-  const int rc = ldap_set_option(_ld, LDAP_OPT_NETWORK_TIMEOUT, &timeout);
-  if (rc != LDAP_SUCCESS) QIV_LOG(3, "Couldn't set network timeout: %s", message(rc).c_str());
-  QIV_TRACE(" << ");
-  return rc == LDAP_SUCCESS;
+  const timeval timeout = wholeSeconds(seconds);
+  return setOption(__FUNCTION__, LDAP_OPT_NETWORK_TIMEOUT, &timeout, "Couldn't set network timeout: ");
 }
 
 // libldap reads the option's value as the switch itself, so the address handed here is never
 // null: chasing is switched on for either argument. The call shape is kept as the component has
 // always made it, since the directories in use are set up around it.
 bool LdapTlsWrapper::setLdapOptReferrals(bool on) {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
   void* referrals = on ? LDAP_OPT_ON : LDAP_OPT_OFF;
-  const int rc = ldap_set_option(_ld, LDAP_OPT_REFERRALS, &referrals);
-  if (rc != LDAP_SUCCESS) QIV_LOG(3, "Couldn't set ldap opt referals %s", message(rc).c_str());
-  QIV_TRACE(" << ");
-  return rc == LDAP_SUCCESS;
+  return setOption(__FUNCTION__, LDAP_OPT_REFERRALS, &referrals, "Couldn't set ldap opt referals ");
 }
 
 // libldap copies the list, so the control may live on the stack and the list is freed at once.
 bool LdapTlsWrapper::setLdapOptServerControls() {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
   LDAPControl** controls = static_cast<LDAPControl**>(std::malloc(CONTROL_LIST_BYTES));
   if (controls == nullptr) {
+    QIV_TRACE(" >> ");
     QIV_LOG(3, "Couldn't allocate memory to set ldap opt server controls ");
     QIV_TRACE(" << ");
     return false;
@@ -197,20 +172,23 @@ bool LdapTlsWrapper::setLdapOptServerControls() {
   manageDsaIt.ldctl_iscritical = 0;
   controls[0] = &manageDsaIt;
   controls[1] = nullptr;
-  const int rc = ldap_set_option(_ld, LDAP_OPT_SERVER_CONTROLS, controls);
+  const bool set =
+      setOption(__FUNCTION__, LDAP_OPT_SERVER_CONTROLS, controls, "Couldn't set ldap opt server controls ");
   std::free(controls);
-  if (rc != LDAP_SUCCESS) QIV_LOG(3, "Couldn't set ldap opt server controls %s", message(rc).c_str());
-  QIV_TRACE(" << ");
-  return rc == LDAP_SUCCESS;
+  return set;
 }
 
 bool LdapTlsWrapper::createNewCtx() {
-  QIV_TRACE(" >> ");
-  Poco::Mutex::ScopedLock lock(_mutex);
   const int client = 0;
-  const int rc = ldap_set_option(_ld, LDAP_OPT_X_TLS_NEWCTX, &client);
-  if (rc != LDAP_SUCCESS) QIV_LOG(3, "Couldn't create new SSL context %s", message(rc).c_str());
-  QIV_TRACE(" << ");
+  return setOption(__FUNCTION__, LDAP_OPT_X_TLS_NEWCTX, &client, "Couldn't create new SSL context ");
+}
+
+bool LdapTlsWrapper::setOption(const char* setter, int option, const void* value, const std::string& failure) {
+  Qiv::LoggingWrapper::log_printf(setter, Qiv::LoggingWrapper::TRACE, " >> ");
+  Poco::Mutex::ScopedLock lock(_mutex);
+  const int rc = ldap_set_option(_ld, option, value);
+  if (rc != LDAP_SUCCESS) Qiv::LoggingWrapper::log_printf(setter, 3, "%s%s", failure.c_str(), message(rc).c_str());
+  Qiv::LoggingWrapper::log_printf(setter, Qiv::LoggingWrapper::TRACE, " << ");
   return rc == LDAP_SUCCESS;
 }
 

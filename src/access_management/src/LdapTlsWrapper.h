@@ -81,6 +81,11 @@ class LdapTlsWrapper : public ILdapTlsWrapper {
   const std::string& getUri() const { return _uri; }
 
  private:
+  // The frame of every option setter, under setter's name: traces entry and exit and hands value
+  // to libldap as option, on the handle or on libldap's defaults while there is none, with the
+  // lock held. A failure is logged at level 3 as failure followed by libldap's reason.
+  bool setOption(const char* setter, int option, const void* value, const std::string& failure);
+
   // Recursive: bind(dn, password) holds it when bind() connects, and connect takes it again.
   Poco::Mutex _mutex;
   LDAP* _ld;

@@ -1,14 +1,13 @@
 #include "AmLdap.h"
 #include "LdapTlsWrapper.h"
 
-#include <ldap.h>
-
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "FrameworkTestBase.h"
+#include "LibldapDefaults.h"
 #include "SlapdInstance.h"
 
 using QivAccessManagement::AmLdap;
@@ -36,34 +35,6 @@ bool operator==(const Answer& a, const Answer& b) { return a.result == b.result 
 std::ostream& operator<<(std::ostream& stream, const Answer& answer) {
   return stream << "{" << answer.result << ", \"" << answer.roles << "\"}";
 }
-
-// libldap's process-wide time-outs, which a lookup sets while its wrapper has no handle, put back
-// when the object goes so that no other test inherits them.
-class SavedLdapTimeouts {
- public:
-  SavedLdapTimeouts() : _timeout(seconds(LDAP_OPT_TIMEOUT)), _networkTimeout(seconds(LDAP_OPT_NETWORK_TIMEOUT)) {}
-  ~SavedLdapTimeouts() {
-    // A negative number of seconds is libldap's "no time-out".
-    const timeval timeout = {_timeout, 0};
-    ldap_set_option(nullptr, LDAP_OPT_TIMEOUT, &timeout);
-    const timeval networkTimeout = {_networkTimeout, 0};
-    ldap_set_option(nullptr, LDAP_OPT_NETWORK_TIMEOUT, &networkTimeout);
-  }
-  SavedLdapTimeouts(const SavedLdapTimeouts&) = delete;
-  SavedLdapTimeouts& operator=(const SavedLdapTimeouts&) = delete;
-
- private:
-  static time_t seconds(int option) {
-    timeval* value = nullptr;
-    ldap_get_option(nullptr, option, &value);
-    const time_t result = value != nullptr ? value->tv_sec : -1;
-    ldap_memfree(value);
-    return result;
-  }
-
-  time_t _timeout;
-  time_t _networkTimeout;
-};
 
 // The built-in lookup over the real LDAP client, against a throw-away slapd holding the
 // project's sample users.
@@ -121,7 +92,8 @@ class AmLdapDirectoryTest : public FrameworkTestBase {
   bool traced(const std::string& text) { return log().count(kTrace, text) != 0; }
 
   std::unique_ptr<SlapdInstance> directory;
-  SavedLdapTimeouts timeouts;
+  // A lookup sets its time-outs while its wrapper has no handle.
+  LibldapDefaults defaults;
   Ldap::LdapTlsWrapper wrapper;
   AmLdap amLdap;
 };

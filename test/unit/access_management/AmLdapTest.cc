@@ -5,6 +5,7 @@
 #include <list>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FrameworkTestBase.h"
@@ -31,6 +32,9 @@ const char kBaseDn[] = "dc=example,dc=com";
 const char kServer[] = "192.0.2.10";
 const char kScopeAttribute[] = "orbelinUserAuthenticationScope";
 const char kOrbelinRoleAttribute[] = "orbelinUserAuthorizationScope";
+// The filters that look up bob's groups (filterType 1) and bob's account (filterType 2).
+const char kBobsGroups[] = "(&(objectClass=posixGroup)(memberUid=bob))";
+const char kBobsAccount[] = "(&(objectClass=posixAccount)(uid=bob))";
 
 // The lookup with its working fields in reach of the tests.
 class InspectableAmLdap : public AmLdap {
@@ -54,6 +58,14 @@ LdapConfiguration plainConfig(QivAccessManagement::FilterType filterType = QivAc
   config.useTls = false;
   config.useReferrals = true;
   config.filterType = filterType;
+  return config;
+}
+
+// A filterType 2 configuration with target-based access control for nodeType.
+LdapConfiguration targetBasedConfig(const std::string& nodeType) {
+  LdapConfiguration config = plainConfig(QivAccessManagement::ORBELIN);
+  config.nodeType = nodeType;
+  config.targetBasedAccessControl = QivAccessManagement::UNLOCKED;
   return config;
 }
 
@@ -104,6 +116,16 @@ class AmLdapTest : public FrameworkTestBase {
     EXPECT_CALL(wrapper, setNetworkTimeout(11)).WillOnce(Return(true));
   }
 
+  // The TLS settings of startTlsConfig() after the CA: client certificate and key, then the
+  // cipher filter, the demand for the server's certificate and the context built from them.
+  void expectClientTls(const std::string& certificate, const std::string& key) {
+    EXPECT_CALL(wrapper, setClientCertificate(certificate)).WillOnce(Return(true));
+    EXPECT_CALL(wrapper, setClientKey(key)).WillOnce(Return(true));
+    EXPECT_CALL(wrapper, setCipherSuite("ALL:!aNULL")).WillOnce(Return(true));
+    EXPECT_CALL(wrapper, setRequireCert(Ldap::REQCERT_DEMAND)).WillOnce(Return(true));
+    EXPECT_CALL(wrapper, createNewCtx()).WillOnce(Return(true));
+  }
+
   // The calls that open plainConfig()'s connection.
   void expectPlainConnection() {
     expectTimeouts();
@@ -131,8 +153,29 @@ class AmLdapTest : public FrameworkTestBase {
     expectSearch(kBaseDn, filter, attributes(roleAttribute), roleLines);
   }
 
-  std::string parse(const std::string& value, const LdapConfiguration& config) {
-    return amLdap.parseRoleLine(value, &config);
+  // The roles that a lookup of bob with config answers; the lookup is expected to succeed.
+  std::string rolesOfBob(const LdapConfiguration& config) {
+    std::string roles;
+    EXPECT_EQ(0, amLdap.authorizationLdap(&config, "bob", roles));
+    return roles;
+  }
+
+  // The filter that prepareFilter makes of config for user.
+  std::string preparedFilter(const LdapConfiguration& config, const std::string& user) {
+    amLdap.prepareFilter(&config, user);
+    return amLdap.filter;
+  }
+
+  // The filter that prepareFilter makes for user of a flexible configuration with filter.
+  std::string flexibleFilter(const std::string& filter, const std::string& user) {
+    LdapConfiguration config = plainConfig(QivAccessManagement::FLEXIBLE);
+    config.filter = filter;
+    return preparedFilter(config, user);
+  }
+
+  // Each role value parsed in turn under config, against what it should give.
+  void expectParsed(const LdapConfiguration& config, const std::vector<std::pair<std::string, std::string>>& values) {
+    for (const auto& value : values) EXPECT_EQ(value.second, amLdap.parseRoleLine(value.first, &config)) << value.first;
   }
 
   StrictMock<MockLdapTlsWrapper> wrapper;
@@ -214,11 +257,7 @@ TEST_F(AmLdapTest, LdapsConnectionSetsTheCaFileBeforeTheTrustCategoryAndNeverSta
     expectTimeouts();
     EXPECT_CALL(wrapper, connect(Ldap::TLS_LDAPS, "192.0.2.10:636", "")).WillOnce(Return(true));
     EXPECT_CALL(wrapper, setCaCertificate("/certs/ca.pem")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setClientCertificate("/certs/client.pem")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setClientKey("/certs/client.key")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setCipherSuite("ALL:!aNULL")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setRequireCert(Ldap::REQCERT_DEMAND)).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, createNewCtx()).WillOnce(Return(true));
+    expectClientTls("/certs/client.pem", "/certs/client.key");
     EXPECT_CALL(wrapper, setLdapOptReferrals(true)).WillOnce(Return(true));
     EXPECT_CALL(wrapper, ping()).WillOnce(Return(true));
   }
@@ -239,11 +278,7 @@ TEST_F(AmLdapTest, StartTlsConnectionTakesTheTrustCategoryAndTheNodeCredential) 
     expectTimeouts();
     EXPECT_CALL(wrapper, connect(Ldap::TLS_STARTTLS, "192.0.2.10:389", "")).WillOnce(Return(true));
     EXPECT_CALL(wrapper, setCaCertDirectory("/trust")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setClientCertificate("/node/cert.pem")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setClientKey("/node/key.pem")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setCipherSuite("ALL:!aNULL")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setRequireCert(Ldap::REQCERT_DEMAND)).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, createNewCtx()).WillOnce(Return(true));
+    expectClientTls("/node/cert.pem", "/node/key.pem");
     EXPECT_CALL(wrapper, startTls()).WillOnce(Return(true));
     EXPECT_CALL(wrapper, setLdapOptReferrals(false)).WillOnce(Return(true));
     EXPECT_CALL(wrapper, setLdapOptServerControls()).WillOnce(Return(true));
@@ -264,11 +299,7 @@ TEST_F(AmLdapTest, TlsWithoutCaSetsNoCaOptionAndEmptyClientFiles) {
     InSequence order;
     expectTimeouts();
     EXPECT_CALL(wrapper, connect(Ldap::TLS_STARTTLS, "192.0.2.10:389", "")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setClientCertificate("")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setClientKey("")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setCipherSuite("ALL:!aNULL")).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, setRequireCert(Ldap::REQCERT_DEMAND)).WillOnce(Return(true));
-    EXPECT_CALL(wrapper, createNewCtx()).WillOnce(Return(true));
+    expectClientTls("", "");
     EXPECT_CALL(wrapper, startTls()).WillOnce(Return(true));
     EXPECT_CALL(wrapper, setLdapOptReferrals(true)).WillOnce(Return(true));
     EXPECT_CALL(wrapper, ping()).WillOnce(Return(true));
@@ -468,12 +499,10 @@ TEST_F(AmLdapTest, PosixGroupsGiveTheGroupNames) {
   const LdapConfiguration config = plainConfig();
   {
     InSequence order;
-    expectLookup("bob", "(&(objectClass=posixGroup)(memberUid=bob))", "cn", {}, {"cn: admin", "cn: ops"});
+    expectLookup("bob", kBobsGroups, "cn", {}, {"cn: admin", "cn: ops"});
     EXPECT_CALL(wrapper, disconnect());
   }
-  std::string roles;
-  EXPECT_EQ(0, amLdap.authorizationLdap(&config, "bob", roles));
-  EXPECT_EQ("admin,ops", roles);
+  EXPECT_EQ("admin,ops", rolesOfBob(config));
   EXPECT_EQ(Strings({" >> user: bob", "No TLS", " >> user: bob", "got line: cn: admin", "saved: admin",
                      "got line: cn: ops", "saved: ops", " << result: 0 roles: admin,ops'"}),
             tracesWithoutParsing());
@@ -483,20 +512,18 @@ TEST_F(AmLdapTest, RolesComeSortedByteWiseAndOnce) {
   const LdapConfiguration config = plainConfig();
   {
     InSequence order;
-    expectLookup("bob", "(&(objectClass=posixGroup)(memberUid=bob))", "cn", {},
+    expectLookup("bob", kBobsGroups, "cn", {},
                  {"cn: ops", "cn: b", "cn: admin", "cn: ops", "cn: B", "cn: b"});
     EXPECT_CALL(wrapper, disconnect());
   }
-  std::string roles;
-  EXPECT_EQ(0, amLdap.authorizationLdap(&config, "bob", roles));
-  EXPECT_EQ("B,admin,b,ops", roles);
+  EXPECT_EQ("B,admin,b,ops", rolesOfBob(config));
 }
 
 TEST_F(AmLdapTest, UserWithoutRolesSucceedsWithEmptyRoles) {
   const LdapConfiguration config = plainConfig();
   {
     InSequence order;
-    expectLookup("bob", "(&(objectClass=posixGroup)(memberUid=bob))", "cn", {}, {});
+    expectLookup("bob", kBobsGroups, "cn", {}, {});
     EXPECT_CALL(wrapper, disconnect());
   }
   std::string roles = "stale";
@@ -519,44 +546,34 @@ TEST_F(AmLdapTest, UnknownUserGivesMinusTwoWithoutExitTraceOrDisconnect) {
 }
 
 TEST_F(AmLdapTest, OrbelinRolesFollowTheNodeAndTargetTypes) {
-  LdapConfiguration config = plainConfig(QivAccessManagement::ORBELIN);
-  config.nodeType = "X";
-  config.targetBasedAccessControl = QivAccessManagement::UNLOCKED;
-  const std::string filter = "(&(objectClass=posixAccount)(uid=bob))";
+  const LdapConfiguration config = targetBasedConfig("X");
   {
     InSequence order;
-    expectLookup("bob", filter, kOrbelinRoleAttribute, {"orbelinUserAuthenticationScope: X"},
+    expectLookup("bob", kBobsAccount, kOrbelinRoleAttribute, {"orbelinUserAuthenticationScope: X"},
                  {"orbelinUserAuthorizationScope: X:admin", "orbelinUserAuthorizationScope: Y:admin",
                   "orbelinUserAuthorizationScope: *:oper"});
     // Without a role-aliases base, every kept role is looked up as an alias to discard.
     expectSearch(kBaseDn, "(&(objectClass=orbelinRoleAlias)(role=admin))", IsNull(), {});
     EXPECT_CALL(wrapper, disconnect());
   }
-  std::string roles;
-  EXPECT_EQ(0, amLdap.authorizationLdap(&config, "bob", roles));
-  EXPECT_EQ("admin", roles);
+  EXPECT_EQ("admin", rolesOfBob(config));
   const Strings all = traces();
   EXPECT_NE(all.end(), std::find(all.begin(), all.end(), "Authenticationscope Entry: orbelinUserAuthenticationScope: X"));
   EXPECT_NE(all.end(), std::find(all.begin(), all.end(), "Allow Target Type : X"));
 }
 
 TEST_F(AmLdapTest, WildcardTargetTypeNeedsTheWildcardScope) {
-  LdapConfiguration config = plainConfig(QivAccessManagement::ORBELIN);
-  config.nodeType = "X";
-  config.targetBasedAccessControl = QivAccessManagement::UNLOCKED;
-  const std::string filter = "(&(objectClass=posixAccount)(uid=bob))";
+  const LdapConfiguration config = targetBasedConfig("X");
   {
     InSequence order;
-    expectLookup("bob", filter, kOrbelinRoleAttribute,
+    expectLookup("bob", kBobsAccount, kOrbelinRoleAttribute,
                  {"orbelinUserAuthenticationScope: X", "orbelinUserAuthenticationScope: *"},
                  {"orbelinUserAuthorizationScope: *:oper", "orbelinUserAuthorizationScope: X:admin"});
     expectSearch(kBaseDn, "(&(objectClass=orbelinRoleAlias)(role=oper))", IsNull(), {});
     expectSearch(kBaseDn, "(&(objectClass=orbelinRoleAlias)(role=admin))", IsNull(), {});
     EXPECT_CALL(wrapper, disconnect());
   }
-  std::string roles;
-  EXPECT_EQ(0, amLdap.authorizationLdap(&config, "bob", roles));
-  EXPECT_EQ("admin,oper", roles);
+  EXPECT_EQ("admin,oper", rolesOfBob(config));
 }
 
 TEST_F(AmLdapTest, OrbelinLookupResolvesAliasesUnderTheirBase) {
@@ -564,11 +581,10 @@ TEST_F(AmLdapTest, OrbelinLookupResolvesAliasesUnderTheirBase) {
   config.targetBasedAccessControl = QivAccessManagement::LOCKED;
   config.nodeType = "X";
   config.roleAliasesBaseDn = "ou=aliases,dc=example,dc=com";
-  const std::string filter = "(&(objectClass=posixAccount)(uid=bob))";
   {
     InSequence order;
     // Target-based access LOCKED: the node type plays no part and "*:" values are kept.
-    expectLookup("bob", filter, kOrbelinRoleAttribute, {},
+    expectLookup("bob", kBobsAccount, kOrbelinRoleAttribute, {},
                  {"orbelinUserAuthorizationScope: operator", "orbelinUserAuthorizationScope: *:admin"});
     expectSearch("role=operator,ou=aliases,dc=example,dc=com", "", IsNull(),
                  {"objectClass: orbelinRoleAlias", "role: operator", "orbelinUserAuthorizationScope: reader",
@@ -576,9 +592,7 @@ TEST_F(AmLdapTest, OrbelinLookupResolvesAliasesUnderTheirBase) {
     expectSearch("role=admin,ou=aliases,dc=example,dc=com", "", IsNull(), {});
     EXPECT_CALL(wrapper, disconnect());
   }
-  std::string roles;
-  EXPECT_EQ(0, amLdap.authorizationLdap(&config, "bob", roles));
-  EXPECT_EQ("admin,reader,writer", roles);
+  EXPECT_EQ("admin,reader,writer", rolesOfBob(config));
 }
 
 TEST_F(AmLdapTest, FlexibleFilterAndTypeSelectTheRoles) {
@@ -590,9 +604,7 @@ TEST_F(AmLdapTest, FlexibleFilterAndTypeSelectTheRoles) {
     expectLookup("bob", "(&(objectClass=person)(uid=bob))", "memberOf", {}, {"memberOf: audit"});
     EXPECT_CALL(wrapper, disconnect());
   }
-  std::string roles;
-  EXPECT_EQ(0, amLdap.authorizationLdap(&config, "bob", roles));
-  EXPECT_EQ("audit", roles);
+  EXPECT_EQ("audit", rolesOfBob(config));
 }
 
 TEST_F(AmLdapTest, LookupHoldsItsMutex) {
@@ -611,12 +623,11 @@ TEST_F(AmLdapTest, LookupHoldsItsMutex) {
 
 TEST_F(AmLdapTest, ShortScopeLineThrowsAndReleasesTheMutex) {
   const LdapConfiguration config = plainConfig();
-  const std::string filter = "(&(objectClass=posixGroup)(memberUid=bob))";
   {
     InSequence order;
     expectPlainConnection();
     expectUserFound("bob");
-    expectSearch(kBaseDn, filter, attributes(kScopeAttribute), {"orbelinUserAuthenticationScope: X", "scope: X"});
+    expectSearch(kBaseDn, kBobsGroups, attributes(kScopeAttribute), {"orbelinUserAuthenticationScope: X", "scope: X"});
   }
   std::string roles;
   try {
@@ -631,7 +642,7 @@ TEST_F(AmLdapTest, ShortScopeLineThrowsAndReleasesTheMutex) {
   // The next lookup starts afresh.
   {
     InSequence order;
-    expectLookup("bob", filter, "cn", {"orbelinUserAuthenticationScope: "}, {"cn: admin"});
+    expectLookup("bob", kBobsGroups, "cn", {"orbelinUserAuthenticationScope: "}, {"cn: admin"});
     EXPECT_CALL(wrapper, disconnect());
   }
   EXPECT_EQ(0, amLdap.authorizationLdap(&config, "bob", roles));
@@ -654,9 +665,7 @@ TEST_F(AmLdapTest, LookupStartsWithEmptyLists) {
 }
 
 TEST_F(AmLdapTest, LookupFillsTheNodeTypesOnlyForTargetBasedAccess) {
-  LdapConfiguration config = plainConfig(QivAccessManagement::ORBELIN);
-  config.nodeType = "X::Y";
-  config.targetBasedAccessControl = QivAccessManagement::UNLOCKED;
+  LdapConfiguration config = targetBasedConfig("X::Y");
   EXPECT_CALL(wrapper, setSynchronousTimeout(12)).Times(2).WillRepeatedly(Return(true));
   EXPECT_CALL(wrapper, setNetworkTimeout(11)).Times(2).WillRepeatedly(Return(true));
   EXPECT_CALL(wrapper, connect(Ldap::TLS_NONE, "192.0.2.10:389", "")).Times(2).WillRepeatedly(Return(false));
@@ -698,58 +707,41 @@ TEST_F(AmLdapTest, FetchRolesAnswersWhetherThereWereLines) {
 
 TEST_F(AmLdapTest, PrepareFilterByFilterType) {
   LdapConfiguration config = plainConfig(QivAccessManagement::POSIX_GROUPS);
-  amLdap.prepareFilter(&config, "bob");
-  EXPECT_EQ("(&(objectClass=posixGroup)(memberUid=bob))", amLdap.filter);
+  EXPECT_EQ("(&(objectClass=posixGroup)(memberUid=bob))", preparedFilter(config, "bob"));
   EXPECT_EQ("cn", amLdap.roleAttribute);
 
   config.filterType = QivAccessManagement::ORBELIN;
-  amLdap.prepareFilter(&config, "bob");
-  EXPECT_EQ("(&(objectClass=posixAccount)(uid=bob))", amLdap.filter);
+  EXPECT_EQ("(&(objectClass=posixAccount)(uid=bob))", preparedFilter(config, "bob"));
   EXPECT_EQ("orbelinUserAuthorizationScope", amLdap.roleAttribute);
 
   config.filterType = QivAccessManagement::FLEXIBLE;
   config.filter = "(uid=<UID>)";
   config.type = "memberOf";
-  amLdap.prepareFilter(&config, "bob");
-  EXPECT_EQ("(uid=bob)", amLdap.filter);
+  EXPECT_EQ("(uid=bob)", preparedFilter(config, "bob"));
   EXPECT_EQ("memberOf", amLdap.roleAttribute);
 
   // Other types keep what the last lookup set.
   config.filterType = QivAccessManagement::FILTER_TYPE_NOT_SET;
-  amLdap.prepareFilter(&config, "eve");
-  EXPECT_EQ("(uid=bob)", amLdap.filter);
+  EXPECT_EQ("(uid=bob)", preparedFilter(config, "eve"));
   EXPECT_EQ("memberOf", amLdap.roleAttribute);
   config.filterType = static_cast<QivAccessManagement::FilterType>(9);
-  amLdap.prepareFilter(&config, "eve");
-  EXPECT_EQ("(uid=bob)", amLdap.filter);
+  EXPECT_EQ("(uid=bob)", preparedFilter(config, "eve"));
 }
 
 TEST_F(AmLdapTest, FreshObjectKeepsAnEmptyFilterForUnsetType) {
   const LdapConfiguration config = plainConfig(QivAccessManagement::FILTER_TYPE_NOT_SET);
-  amLdap.prepareFilter(&config, "bob");
-  EXPECT_EQ("", amLdap.filter);
+  EXPECT_EQ("", preparedFilter(config, "bob"));
   EXPECT_EQ("", amLdap.roleAttribute);
 }
 
 TEST_F(AmLdapTest, FlexibleFilterPrefersTheQuotePairOverUid) {
-  LdapConfiguration config = plainConfig(QivAccessManagement::FLEXIBLE);
-  config.filter = "(&(cn=<UID>)(uid=\"\")(sn=\"\"))";
-  amLdap.prepareFilter(&config, "bob");
-  EXPECT_EQ("(&(cn=<UID>)(uid=bob)(sn=\"\"))", amLdap.filter);
-
-  config.filter = "(|(uid=<UID>)(cn=<UID>))";
-  amLdap.prepareFilter(&config, "bob");
-  EXPECT_EQ("(|(uid=bob)(cn=<UID>))", amLdap.filter);
-
-  config.filter = "(objectClass=person)";
-  amLdap.prepareFilter(&config, "bob");
-  EXPECT_EQ("(objectClass=person)", amLdap.filter);
+  EXPECT_EQ("(&(cn=<UID>)(uid=bob)(sn=\"\"))", flexibleFilter("(&(cn=<UID>)(uid=\"\")(sn=\"\"))", "bob"));
+  EXPECT_EQ("(|(uid=bob)(cn=<UID>))", flexibleFilter("(|(uid=<UID>)(cn=<UID>))", "bob"));
+  EXPECT_EQ("(objectClass=person)", flexibleFilter("(objectClass=person)", "bob"));
 }
 
 TEST_F(AmLdapTest, GetNodeTypeOnlyForTargetBasedOrbelinFilter) {
-  LdapConfiguration config = plainConfig(QivAccessManagement::ORBELIN);
-  config.nodeType = "a:b";
-  config.targetBasedAccessControl = QivAccessManagement::UNLOCKED;
+  LdapConfiguration config = targetBasedConfig("a:b");
   std::string out = "stale";
   amLdap.getNodeType(out, &config);
   EXPECT_EQ("a:b", out);
@@ -788,12 +780,8 @@ TEST_F(AmLdapTest, TrimRemovesBlanksTabsAndLineFeedsAtBothEnds) {
 
 TEST_F(AmLdapTest, OutsideFilterTypeTwoOnlyValuesWithoutColonOrColonAtIndexOnePass) {
   const LdapConfiguration config = plainConfig(QivAccessManagement::POSIX_GROUPS);
-  EXPECT_EQ("admin", parse("admin", config));
-  EXPECT_EQ("*", parse("*", config));
-  EXPECT_EQ("X:admin", parse("X:admin", config));
-  EXPECT_EQ("X:a:b", parse("X:a:b", config));
-  EXPECT_EQ("", parse("XY:admin", config));
-  EXPECT_EQ("", parse(":admin", config));
+  expectParsed(config, {{"admin", "admin"}, {"*", "*"}, {"X:admin", "X:admin"}, {"X:a:b", "X:a:b"}, {"XY:admin", ""},
+                        {":admin", ""}});
   const Strings all = traces();
   ASSERT_LE(2u, all.size());
   EXPECT_EQ(Strings({" >> in: admin", " << out: admin"}), Strings(all.begin(), all.begin() + 2));
@@ -803,48 +791,38 @@ TEST_F(AmLdapTest, OutsideFilterTypeTwoNodeTypesChangeNothing) {
   const LdapConfiguration config = plainConfig(QivAccessManagement::FLEXIBLE);
   amLdap.createNodeTypeList("XY", &config);
   amLdap.targetTypes = {"XY"};
-  EXPECT_EQ("admin", parse("admin", config));
-  EXPECT_EQ("X:admin", parse("X:admin", config));
-  EXPECT_EQ("", parse("XY:admin", config));
+  expectParsed(config, {{"admin", "admin"}, {"X:admin", "X:admin"}, {"XY:admin", ""}});
 }
 
 TEST_F(AmLdapTest, FilterTypeTwoWithoutNodeTypesKeepsPlainAndWildcardValues) {
   const LdapConfiguration config = plainConfig(QivAccessManagement::ORBELIN);
-  EXPECT_EQ("admin", parse("admin", config));
-  EXPECT_EQ("", parse("*", config));
-  EXPECT_EQ("admin", parse("*:admin", config));
-  EXPECT_EQ("a:b", parse("*:a:b", config));
-  EXPECT_EQ("", parse("X:admin", config));
-  EXPECT_EQ("", parse("**:admin", config));
+  expectParsed(config, {{"admin", "admin"}, {"*", ""}, {"*:admin", "admin"}, {"*:a:b", "a:b"}, {"X:admin", ""},
+                        {"**:admin", ""}});
 }
 
 TEST_F(AmLdapTest, FilterTypeTwoWithNodeTypesMatchesNodeAndTargetType) {
   LdapConfiguration config = plainConfig(QivAccessManagement::ORBELIN);
   amLdap.createNodeTypeList("X:Z", &config);
   amLdap.targetTypes = {"Z", "*"};
-  EXPECT_EQ("", parse("X:admin", config));    // node type, but not in the scope
-  EXPECT_EQ("ops", parse("Z:ops", config));   // second node type, in the scope
-  EXPECT_EQ("any", parse("*:any", config));   // wildcard scope
-  EXPECT_EQ("", parse("Y:admin", config));    // neither node type
-  EXPECT_EQ("a:b", parse("Z:a:b", config));   // cut at the first colon
-  EXPECT_EQ("", parse("XZ:admin", config));
+  // A node type not in the scope, the second node type in the scope, the wildcard scope, neither
+  // node type, a value cut at the first colon.
+  expectParsed(config, {{"X:admin", ""}, {"Z:ops", "ops"}, {"*:any", "any"}, {"Y:admin", ""}, {"Z:a:b", "a:b"},
+                        {"XZ:admin", ""}});
   const Strings all = traces();
   EXPECT_EQ(2, std::count(all.begin(), all.end(), "Allow Target Type : Z"));
   EXPECT_EQ(1, std::count(all.begin(), all.end(), "Allow Target Type : *"));
 
   amLdap.targetTypes = {"X"};
-  EXPECT_EQ("admin", parse("X:admin", config));
-  EXPECT_EQ("", parse("*:any", config));
+  expectParsed(config, {{"X:admin", "admin"}, {"*:any", ""}});
 }
 
 TEST_F(AmLdapTest, FilterTypeTwoWithNodeTypesKeepsPlainValuesOnlyInVersionOne) {
   LdapConfiguration config = plainConfig(QivAccessManagement::ORBELIN);
   amLdap.createNodeTypeList("X", &config);
   config.orbFiltVersion = 1;
-  EXPECT_EQ("admin", parse("admin", config));
-  EXPECT_EQ("*", parse("*", config));
+  expectParsed(config, {{"admin", "admin"}, {"*", "*"}});
   config.orbFiltVersion = 2;
-  EXPECT_EQ("", parse("admin", config));
+  expectParsed(config, {{"admin", ""}});
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -885,28 +863,18 @@ TEST_F(AmLdapTest, DiscardAliasesRemovesRolesThatAreAliasEntries) {
 
 TEST_F(AmLdapTest, FilterTemplatesEscapeTheUserName) {
   LdapConfiguration config = plainConfig(QivAccessManagement::POSIX_GROUPS);
-  amLdap.prepareFilter(&config, "*");
-  EXPECT_EQ("(&(objectClass=posixGroup)(memberUid=\\2a))", amLdap.filter);
-  amLdap.prepareFilter(&config, "a*)(uid=*");
-  EXPECT_EQ("(&(objectClass=posixGroup)(memberUid=a\\2a\\29\\28uid=\\2a))", amLdap.filter);
+  EXPECT_EQ("(&(objectClass=posixGroup)(memberUid=\\2a))", preparedFilter(config, "*"));
+  EXPECT_EQ("(&(objectClass=posixGroup)(memberUid=a\\2a\\29\\28uid=\\2a))", preparedFilter(config, "a*)(uid=*"));
 
   config.filterType = QivAccessManagement::ORBELIN;
-  amLdap.prepareFilter(&config, "*");
-  EXPECT_EQ("(&(objectClass=posixAccount)(uid=\\2a))", amLdap.filter);
-  amLdap.prepareFilter(&config, "a*)(uid=*");
-  EXPECT_EQ("(&(objectClass=posixAccount)(uid=a\\2a\\29\\28uid=\\2a))", amLdap.filter);
+  EXPECT_EQ("(&(objectClass=posixAccount)(uid=\\2a))", preparedFilter(config, "*"));
+  EXPECT_EQ("(&(objectClass=posixAccount)(uid=a\\2a\\29\\28uid=\\2a))", preparedFilter(config, "a*)(uid=*"));
 }
 
 TEST_F(AmLdapTest, FlexibleFilterEscapesTheUserName) {
-  LdapConfiguration config = plainConfig(QivAccessManagement::FLEXIBLE);
-  config.filter = "(uid=<UID>)";
-  amLdap.prepareFilter(&config, "*");
-  EXPECT_EQ("(uid=\\2a)", amLdap.filter);
-  config.filter = "(uid=\"\")";
-  amLdap.prepareFilter(&config, "a*)(uid=*");
-  EXPECT_EQ("(uid=a\\2a\\29\\28uid=\\2a)", amLdap.filter);
-  amLdap.prepareFilter(&config, "back\\slash");
-  EXPECT_EQ("(uid=back\\5cslash)", amLdap.filter);
+  EXPECT_EQ("(uid=\\2a)", flexibleFilter("(uid=<UID>)", "*"));
+  EXPECT_EQ("(uid=a\\2a\\29\\28uid=\\2a)", flexibleFilter("(uid=\"\")", "a*)(uid=*"));
+  EXPECT_EQ("(uid=back\\5cslash)", flexibleFilter("(uid=\"\")", "back\\slash"));
 }
 
 TEST_F(AmLdapTest, WildcardUserIsLookedUpAsItself) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "FrameworkTestBase.h"
+#include "LibldapDefaults.h"
 #include "SlapdInstance.h"
 
 using Ldap::LdapTlsWrapper;
@@ -25,30 +26,6 @@ const char kDefaultFilter[] = "ALL:!aNULL:!eNULL:@STRENGTH";
 const char kServerPriority[] = "NORMAL:-VERS-ALL:+VERS-TLS1.2:-KX-ALL:+ECDHE-ECDSA:-CIPHER-ALL:+AES-128-GCM:-MAC-ALL:+AEAD";
 const char kServersSuite[] = "ECDHE-ECDSA-AES128-GCM-SHA256";
 const char kOtherSuite[] = "ECDHE-ECDSA-AES256-GCM-SHA384";
-
-// libldap's default cipher suite, which a setter without handle changes; "(null)" when unset.
-std::string defaultCipherSuite() {
-  char* value = nullptr;
-  ldap_get_option(nullptr, LDAP_OPT_X_TLS_CIPHER_SUITE, &value);
-  const std::string text = value != nullptr ? value : "(null)";
-  ldap_memfree(value);
-  return text;
-}
-
-// Puts libldap's default cipher suite back as it was, for the tests that follow in the process.
-class SavedDefaultCipherSuite {
- public:
-  SavedDefaultCipherSuite() { ldap_get_option(nullptr, LDAP_OPT_X_TLS_CIPHER_SUITE, &_value); }
-  ~SavedDefaultCipherSuite() {
-    ldap_set_option(nullptr, LDAP_OPT_X_TLS_CIPHER_SUITE, _value);
-    ldap_memfree(_value);
-  }
-  SavedDefaultCipherSuite(const SavedDefaultCipherSuite&) = delete;
-  SavedDefaultCipherSuite& operator=(const SavedDefaultCipherSuite&) = delete;
-
- private:
-  char* _value = nullptr;
-};
 
 // The wrapper with the framework's log captured.
 class LdapCipherSuiteTest : public FrameworkTestBase {
@@ -136,31 +113,39 @@ TEST_F(LdapCipherSuiteDirectoryTest, StartTlsFollowsTheFilterToo) {
             logLines());
 }
 
-TEST_F(LdapCipherSuiteTest, FilterThatAllowsOnlyNullOrAnonymousSuitesIsRefused) {
+// A filter that setCipherSuite refuses on a handle, and the line it logs.
+struct RefusedFilter {
+  const char* filter;
+  const char* line;
+};
+
+std::ostream& operator<<(std::ostream& out, const RefusedFilter& refused) { return out << refused.filter; }
+
+class LdapCipherSuiteRefusalTest : public LdapCipherSuiteTest, public ::testing::WithParamInterface<RefusedFilter> {};
+
+TEST_P(LdapCipherSuiteRefusalTest, FilterIsRefused) {
   ASSERT_TRUE(wrapper.connect(Ldap::TLS_LDAPS, "127.0.0.1:636", ""));
   log().clear();
-  EXPECT_FALSE(wrapper.setCipherSuite("eNULL"));
-  EXPECT_FALSE(wrapper.setCipherSuite("aNULL"));
-  EXPECT_EQ(Strings({"3 setCipherSuite: Couldn't set cipher suite (eNULL): no cipher suite usable with GnuTLS",
-                     "3 setCipherSuite: Couldn't set cipher suite (aNULL): no cipher suite usable with GnuTLS"}),
-            logLines());
+  EXPECT_FALSE(wrapper.setCipherSuite(GetParam().filter));
+  EXPECT_EQ(Strings({GetParam().line}), logLines());
 }
 
-TEST_F(LdapCipherSuiteTest, FilterOpenSslCannotReadIsRefused) {
-  ASSERT_TRUE(wrapper.connect(Ldap::TLS_LDAPS, "127.0.0.1:636", ""));
-  log().clear();
-  EXPECT_FALSE(wrapper.setCipherSuite("!ALL"));
-  EXPECT_FALSE(wrapper.setCipherSuite("garbage"));
-  EXPECT_EQ(Strings({"3 setCipherSuite: Couldn't set cipher suite (!ALL): no cipher match",
-                     "3 setCipherSuite: Couldn't set cipher suite (garbage): no cipher match"}),
-            logLines());
-}
+INSTANTIATE_TEST_SUITE_P(
+    ThatAllowsOnlyNullOrAnonymousSuites, LdapCipherSuiteRefusalTest,
+    ::testing::Values(
+        RefusedFilter{"eNULL", "3 setCipherSuite: Couldn't set cipher suite (eNULL): no cipher suite usable with GnuTLS"},
+        RefusedFilter{"aNULL", "3 setCipherSuite: Couldn't set cipher suite (aNULL): no cipher suite usable with GnuTLS"}));
+
+INSTANTIATE_TEST_SUITE_P(
+    OpenSslCannotRead, LdapCipherSuiteRefusalTest,
+    ::testing::Values(RefusedFilter{"!ALL", "3 setCipherSuite: Couldn't set cipher suite (!ALL): no cipher match"},
+                      RefusedFilter{"garbage", "3 setCipherSuite: Couldn't set cipher suite (garbage): no cipher match"}));
 
 TEST_F(LdapCipherSuiteTest, LibldapIsHandedThePriorityStringOfTheFilter) {
-  const SavedDefaultCipherSuite saved;
+  const LibldapDefaults saved;
   ASSERT_TRUE(wrapper.setCipherSuite("ECDHE-RSA-AES128-GCM-SHA256"));
   EXPECT_EQ("NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2:-KX-ALL:+ECDHE-RSA:-CIPHER-ALL:+AES-128-GCM:-MAC-ALL:+AEAD",
-            defaultCipherSuite());
+            LibldapDefaults::text(LDAP_OPT_X_TLS_CIPHER_SUITE));
 }
 
 TEST_F(LdapCipherSuiteTest, TlsContextIsBuiltFromTheTranslatedFilter) {

@@ -2,41 +2,55 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 using QivAccessManagement::LdapEscape;
 
 namespace {
 
-TEST(LdapEscapeTest, FilterValueEscapesTheFilterSpecials) {
-  EXPECT_EQ("\\2a", LdapEscape::filterValue("*"));
-  EXPECT_EQ("a\\2a\\29\\28uid=\\2a", LdapEscape::filterValue("a*)(uid=*"));
-  EXPECT_EQ("\\5c\\28\\29", LdapEscape::filterValue("\\()"));
-  EXPECT_EQ("a\\00b", LdapEscape::filterValue(std::string("a\0b", 3)));
+// A value and what one of the escapes makes of it.
+struct Escaping {
+  std::string (*escape)(const std::string&);
+  std::string value;
+  std::string escaped;
+};
+
+std::ostream& operator<<(std::ostream& out, const Escaping& escaping) {
+  return out << (escaping.escape == &LdapEscape::filterValue ? "filterValue" : "dnValue") << " of \""
+             << escaping.value << "\"";
 }
 
-TEST(LdapEscapeTest, FilterValueKeepsEverythingElse) {
-  EXPECT_EQ("", LdapEscape::filterValue(""));
-  EXPECT_EQ("bob.smith-1_x=y,z+\"#<>; ", LdapEscape::filterValue("bob.smith-1_x=y,z+\"#<>; "));
-  EXPECT_EQ("J\xC3\xB6rg", LdapEscape::filterValue("J\xC3\xB6rg"));
+Escaping filterValue(const std::string& value, const std::string& escaped) {
+  return {&LdapEscape::filterValue, value, escaped};
 }
 
-TEST(LdapEscapeTest, DnValueEscapesTheDnSpecials) {
-  EXPECT_EQ("a\\,b\\+c\\\"d\\\\e\\<f\\>g\\;h", LdapEscape::dnValue("a,b+c\"d\\e<f>g;h"));
-  EXPECT_EQ("x\\,ou=other", LdapEscape::dnValue("x,ou=other"));
-  EXPECT_EQ("a\\00b", LdapEscape::dnValue(std::string("a\0b", 3)));
-}
+Escaping dnValue(const std::string& value, const std::string& escaped) { return {&LdapEscape::dnValue, value, escaped}; }
 
-TEST(LdapEscapeTest, DnValueEscapesLeadingHashAndBlanksAtTheEnds) {
-  EXPECT_EQ("\\#a#", LdapEscape::dnValue("#a#"));
-  EXPECT_EQ("\\ a b\\ ", LdapEscape::dnValue(" a b "));
-  EXPECT_EQ("\\ ", LdapEscape::dnValue(" "));
-  EXPECT_EQ("\\  \\ ", LdapEscape::dnValue("   "));
-}
+class LdapEscapeTest : public ::testing::TestWithParam<Escaping> {};
 
-TEST(LdapEscapeTest, DnValueKeepsEverythingElse) {
-  EXPECT_EQ("", LdapEscape::dnValue(""));
-  EXPECT_EQ("admin=x*()", LdapEscape::dnValue("admin=x*()"));
-}
+TEST_P(LdapEscapeTest, EscapesTheValue) { EXPECT_EQ(GetParam().escaped, GetParam().escape(GetParam().value)); }
+
+INSTANTIATE_TEST_SUITE_P(FilterValueEscapesTheFilterSpecials, LdapEscapeTest,
+                         ::testing::Values(filterValue("*", "\\2a"), filterValue("a*)(uid=*", "a\\2a\\29\\28uid=\\2a"),
+                                           filterValue("\\()", "\\5c\\28\\29"),
+                                           filterValue(std::string("a\0b", 3), "a\\00b")));
+
+INSTANTIATE_TEST_SUITE_P(FilterValueKeepsEverythingElse, LdapEscapeTest,
+                         ::testing::Values(filterValue("", ""),
+                                           filterValue("bob.smith-1_x=y,z+\"#<>; ", "bob.smith-1_x=y,z+\"#<>; "),
+                                           filterValue("J\xC3\xB6rg", "J\xC3\xB6rg")));
+
+INSTANTIATE_TEST_SUITE_P(DnValueEscapesTheDnSpecials, LdapEscapeTest,
+                         ::testing::Values(dnValue("a,b+c\"d\\e<f>g;h", "a\\,b\\+c\\\"d\\\\e\\<f\\>g\\;h"),
+                                           dnValue("x,ou=other", "x\\,ou=other"),
+                                           dnValue(std::string("a\0b", 3), "a\\00b")));
+
+INSTANTIATE_TEST_SUITE_P(DnValueEscapesLeadingHashAndBlanksAtTheEnds, LdapEscapeTest,
+                         ::testing::Values(dnValue("#a#", "\\#a#"), dnValue(" a b ", "\\ a b\\ "), dnValue(" ", "\\ "),
+                                           dnValue("   ", "\\  \\ ")));
+
+INSTANTIATE_TEST_SUITE_P(DnValueKeepsEverythingElse, LdapEscapeTest,
+                         ::testing::Values(dnValue("", ""), dnValue("admin=x*()", "admin=x*()")));
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -21,6 +20,7 @@
 #include <vector>
 
 #include "FrameworkTestBase.h"
+#include "LibldapDefaults.h"
 #include "SlapdInstance.h"
 
 using Ldap::LdapTlsWrapper;
@@ -114,78 +114,6 @@ std::vector<SetOptionCall> takeSetOptionCalls() {
   return calls;
 }
 
-std::string globalString(int option) {
-  char* value = nullptr;
-  ldap_get_option(nullptr, option, &value);
-  const std::string text = value != nullptr ? value : "(null)";
-  ldap_memfree(value);
-  return text;
-}
-
-int globalInt(int option) {
-  int value = -99;
-  ldap_get_option(nullptr, option, &value);
-  return value;
-}
-
-// Seconds of a time-out default; -1 when none is set.
-long globalSeconds(int option) {
-  timeval* value = nullptr;
-  ldap_get_option(nullptr, option, &value);
-  const long seconds = value != nullptr ? static_cast<long>(value->tv_sec) : -1;
-  ldap_memfree(value);
-  return seconds;
-}
-
-// libldap's process-wide defaults that a wrapper without a handle changes, put back when the
-// object goes so that the tests of one process do not see each other's settings.
-class SavedGlobalDefaults {
- public:
-  SavedGlobalDefaults() {
-    for (int option : STRING_OPTIONS) {
-      char* value = nullptr;
-      ldap_get_option(nullptr, option, &value);
-      if (value != nullptr) _strings[option] = value;
-      ldap_memfree(value);
-    }
-    _requireCert = globalInt(LDAP_OPT_X_TLS_REQUIRE_CERT);
-    _referrals = globalInt(LDAP_OPT_REFERRALS);
-    _timeout = globalSeconds(LDAP_OPT_TIMEOUT);
-    _networkTimeout = globalSeconds(LDAP_OPT_NETWORK_TIMEOUT);
-    ldap_get_option(nullptr, LDAP_OPT_SERVER_CONTROLS, &_controls);
-  }
-
-  ~SavedGlobalDefaults() {
-    for (int option : STRING_OPTIONS) {
-      const auto saved = _strings.find(option);
-      ldap_set_option(nullptr, option, saved != _strings.end() ? saved->second.c_str() : nullptr);
-    }
-    ldap_set_option(nullptr, LDAP_OPT_X_TLS_REQUIRE_CERT, &_requireCert);
-    ldap_set_option(nullptr, LDAP_OPT_REFERRALS, _referrals != 0 ? LDAP_OPT_ON : LDAP_OPT_OFF);
-    // A negative number of seconds is libldap's "no time-out".
-    const timeval timeout = {_timeout, 0};
-    ldap_set_option(nullptr, LDAP_OPT_TIMEOUT, &timeout);
-    const timeval networkTimeout = {_networkTimeout, 0};
-    ldap_set_option(nullptr, LDAP_OPT_NETWORK_TIMEOUT, &networkTimeout);
-    ldap_set_option(nullptr, LDAP_OPT_SERVER_CONTROLS, _controls);
-    ldap_controls_free(_controls);
-  }
-
-  SavedGlobalDefaults(const SavedGlobalDefaults&) = delete;
-  SavedGlobalDefaults& operator=(const SavedGlobalDefaults&) = delete;
-
- private:
-  static constexpr int STRING_OPTIONS[] = {LDAP_OPT_X_TLS_CACERTFILE, LDAP_OPT_X_TLS_CACERTDIR, LDAP_OPT_X_TLS_CERTFILE,
-                                           LDAP_OPT_X_TLS_KEYFILE, LDAP_OPT_X_TLS_CIPHER_SUITE};
-
-  std::map<int, std::string> _strings;
-  int _requireCert;
-  int _referrals;
-  long _timeout;
-  long _networkTimeout;
-  LDAPControl** _controls = nullptr;
-};
-
 // Established TCP connections from this process to port: its open sockets asked directly (the
 // system-wide table may skip lines while other programs open and close sockets).
 int connectionsTo(int port) {
@@ -239,14 +167,7 @@ class LdapTlsWrapperTest : public FrameworkTestBase {
     return texts;
   }
 
-  // The URI list that a fresh wrapper builds from one createURI.
-  static std::string uriFor(const std::string& host, Ldap::TlsModeConnection mode) {
-    LdapTlsWrapper fresh;
-    fresh.createURI(host, mode);
-    return fresh.getUri();
-  }
-
-  SavedGlobalDefaults defaults;
+  LibldapDefaults defaults;
   LdapTlsWrapper wrapper;
 };
 
@@ -259,31 +180,43 @@ TEST_F(LdapTlsWrapperTest, NewWrapperHasNoHandleAndNoUri) {
   EXPECT_TRUE(logLines().empty());
 }
 
-TEST_F(LdapTlsWrapperTest, CreateUriKeepsAWholeUriAsItIs) {
-  EXPECT_EQ("ldap://host", uriFor("ldap://host", Ldap::TLS_LDAPS));
-  EXPECT_EQ("ldaps://10.0.0.1:636", uriFor("ldaps://10.0.0.1:636", Ldap::TLS_STARTTLS));
-  EXPECT_EQ("ldap://x", uriFor("ldap://x", Ldap::TLS_NONE));
-  EXPECT_EQ("ldaps://", uriFor("ldaps://", Ldap::TLS_NONE));
+// One createURI on a fresh wrapper: the host and mode it is given and the URI list it builds.
+struct UriCase {
+  const char* host;
+  Ldap::TlsModeConnection mode;
+  const char* uri;
+};
+
+std::ostream& operator<<(std::ostream& out, const UriCase& uri) { return out << uri.host << " in mode " << uri.mode; }
+
+class LdapTlsWrapperUriTest : public LdapTlsWrapperTest, public ::testing::WithParamInterface<UriCase> {};
+
+TEST_P(LdapTlsWrapperUriTest, CreateUriBuildsTheUriList) {
+  wrapper.createURI(GetParam().host, GetParam().mode);
+  EXPECT_EQ(GetParam().uri, wrapper.getUri());
 }
 
-TEST_F(LdapTlsWrapperTest, CreateUriPrefixesAnAddressWithTheSchemeOfTheMode) {
-  EXPECT_EQ("ldaps://10.0.0.1:636", uriFor("10.0.0.1:636", Ldap::TLS_LDAPS));
-  EXPECT_EQ("ldap://10.0.0.1:389", uriFor("10.0.0.1:389", Ldap::TLS_STARTTLS));
-  EXPECT_EQ("ldap://10.0.0.1:389", uriFor("10.0.0.1:389", Ldap::TLS_NONE));
-  EXPECT_EQ("ldaps://[2001:db8::1]:636", uriFor("[2001:db8::1]:636", Ldap::TLS_LDAPS));
-}
+INSTANTIATE_TEST_SUITE_P(KeepsAWholeUriAsItIs, LdapTlsWrapperUriTest,
+                         ::testing::Values(UriCase{"ldap://host", Ldap::TLS_LDAPS, "ldap://host"},
+                                           UriCase{"ldaps://10.0.0.1:636", Ldap::TLS_STARTTLS, "ldaps://10.0.0.1:636"},
+                                           UriCase{"ldap://x", Ldap::TLS_NONE, "ldap://x"},
+                                           UriCase{"ldaps://", Ldap::TLS_NONE, "ldaps://"}));
 
-TEST_F(LdapTlsWrapperTest, CreateUriAddsASchemeToLdapColonSlash) {
-  EXPECT_EQ("ldap://ldap:/host", uriFor("ldap:/host", Ldap::TLS_NONE));
-  EXPECT_EQ("ldaps://ldaps:/host:636", uriFor("ldaps:/host:636", Ldap::TLS_LDAPS));
-}
+INSTANTIATE_TEST_SUITE_P(PrefixesAnAddressWithTheSchemeOfTheMode, LdapTlsWrapperUriTest,
+                         ::testing::Values(UriCase{"10.0.0.1:636", Ldap::TLS_LDAPS, "ldaps://10.0.0.1:636"},
+                                           UriCase{"10.0.0.1:389", Ldap::TLS_STARTTLS, "ldap://10.0.0.1:389"},
+                                           UriCase{"10.0.0.1:389", Ldap::TLS_NONE, "ldap://10.0.0.1:389"},
+                                           UriCase{"[2001:db8::1]:636", Ldap::TLS_LDAPS, "ldaps://[2001:db8::1]:636"}));
 
-TEST_F(LdapTlsWrapperTest, CreateUriAlwaysAddsASchemeToSevenCharactersOrFewer) {
-  EXPECT_EQ("ldap://ldap://", uriFor("ldap://", Ldap::TLS_STARTTLS));
-  EXPECT_EQ("ldaps://ldap://", uriFor("ldap://", Ldap::TLS_LDAPS));
-  EXPECT_EQ("ldaps://ldaps:/", uriFor("ldaps:/", Ldap::TLS_LDAPS));
-  EXPECT_EQ("ldap://h:389", uriFor("h:389", Ldap::TLS_NONE));
-}
+INSTANTIATE_TEST_SUITE_P(AddsASchemeToLdapColonSlash, LdapTlsWrapperUriTest,
+                         ::testing::Values(UriCase{"ldap:/host", Ldap::TLS_NONE, "ldap://ldap:/host"},
+                                           UriCase{"ldaps:/host:636", Ldap::TLS_LDAPS, "ldaps://ldaps:/host:636"}));
+
+INSTANTIATE_TEST_SUITE_P(AlwaysAddsASchemeToSevenCharactersOrFewer, LdapTlsWrapperUriTest,
+                         ::testing::Values(UriCase{"ldap://", Ldap::TLS_STARTTLS, "ldap://ldap://"},
+                                           UriCase{"ldap://", Ldap::TLS_LDAPS, "ldaps://ldap://"},
+                                           UriCase{"ldaps:/", Ldap::TLS_LDAPS, "ldaps://ldaps:/"},
+                                           UriCase{"h:389", Ldap::TLS_NONE, "ldap://h:389"}));
 
 TEST_F(LdapTlsWrapperTest, CreateUriAppendsAfterACommaAndTracesItsName) {
   wrapper.createURI("10.0.0.1:389", Ldap::TLS_NONE);
@@ -295,25 +228,33 @@ TEST_F(LdapTlsWrapperTest, CreateUriAppendsAfterACommaAndTracesItsName) {
             traces());
 }
 
-TEST_F(LdapTlsWrapperTest, ConnectListsThePrimaryThenTheFallback) {
-  EXPECT_TRUE(wrapper.connect(Ldap::TLS_LDAPS, "10.0.0.1:636", "10.0.0.2:636"));
-  EXPECT_EQ("ldaps://10.0.0.1:636,ldaps://10.0.0.2:636", wrapper.getUri());
+// One connect on a fresh wrapper: its arguments and the URI list it makes.
+struct ConnectCase {
+  const char* name;
+  Ldap::TlsModeConnection mode;
+  const char* host;
+  const char* fallbackHost;
+  const char* uri;
+};
+
+std::ostream& operator<<(std::ostream& out, const ConnectCase& connect) { return out << connect.name; }
+
+class LdapTlsWrapperConnectTest : public LdapTlsWrapperTest, public ::testing::WithParamInterface<ConnectCase> {};
+
+TEST_P(LdapTlsWrapperConnectTest, ConnectListsTheAddresses) {
+  EXPECT_TRUE(wrapper.connect(GetParam().mode, GetParam().host, GetParam().fallbackHost));
+  EXPECT_EQ(GetParam().uri, wrapper.getUri());
 }
 
-TEST_F(LdapTlsWrapperTest, ConnectWithoutFallbackListsOnlyThePrimary) {
-  EXPECT_TRUE(wrapper.connect(Ldap::TLS_LDAPS, "10.0.0.1:636", ""));
-  EXPECT_EQ("ldaps://10.0.0.1:636", wrapper.getUri());
-}
-
-TEST_F(LdapTlsWrapperTest, ConnectWithOnlyAFallbackListsIt) {
-  EXPECT_TRUE(wrapper.connect(Ldap::TLS_STARTTLS, "", "10.0.0.2:389"));
-  EXPECT_EQ("ldap://10.0.0.2:389", wrapper.getUri());
-}
-
-TEST_F(LdapTlsWrapperTest, ConnectWithoutAddressesLeavesTheServerToLibldap) {
-  EXPECT_TRUE(wrapper.connect(Ldap::TLS_NONE, "", ""));
-  EXPECT_EQ("", wrapper.getUri());
-}
+INSTANTIATE_TEST_SUITE_P(
+    PrimaryAndFallback, LdapTlsWrapperConnectTest,
+    ::testing::Values(ConnectCase{"PrimaryThenTheFallback", Ldap::TLS_LDAPS, "10.0.0.1:636", "10.0.0.2:636",
+                                  "ldaps://10.0.0.1:636,ldaps://10.0.0.2:636"},
+                      ConnectCase{"OnlyThePrimaryWithoutFallback", Ldap::TLS_LDAPS, "10.0.0.1:636", "",
+                                  "ldaps://10.0.0.1:636"},
+                      ConnectCase{"OnlyAFallback", Ldap::TLS_STARTTLS, "", "10.0.0.2:389", "ldap://10.0.0.2:389"},
+                      ConnectCase{"NothingWithoutAddressesLeavingTheServerToLibldap", Ldap::TLS_NONE, "", "", ""}),
+    [](const ::testing::TestParamInfo<ConnectCase>& info) { return std::string(info.param.name); });
 
 TEST_F(LdapTlsWrapperTest, ConnectReplacesTheEarlierUriList) {
   ASSERT_TRUE(wrapper.connect(Ldap::TLS_LDAPS, "10.0.0.1:636", "10.0.0.2:636"));
@@ -340,17 +281,17 @@ TEST_F(LdapTlsWrapperTest, ConnectFailsForAnUnparsableUriAndLeavesNoHandle) {
 
 TEST_F(LdapTlsWrapperTest, SettersWithoutHandleChangeLibldapsDefaults) {
   EXPECT_TRUE(wrapper.setCaCertificate("/certs/ca.pem"));
-  EXPECT_EQ("/certs/ca.pem", globalString(LDAP_OPT_X_TLS_CACERTFILE));
+  EXPECT_EQ("/certs/ca.pem", LibldapDefaults::text(LDAP_OPT_X_TLS_CACERTFILE));
   EXPECT_TRUE(wrapper.setCaCertDirectory("/certs"));
-  EXPECT_EQ("/certs", globalString(LDAP_OPT_X_TLS_CACERTDIR));
+  EXPECT_EQ("/certs", LibldapDefaults::text(LDAP_OPT_X_TLS_CACERTDIR));
   EXPECT_TRUE(wrapper.setClientCertificate("/certs/node.pem"));
-  EXPECT_EQ("/certs/node.pem", globalString(LDAP_OPT_X_TLS_CERTFILE));
+  EXPECT_EQ("/certs/node.pem", LibldapDefaults::text(LDAP_OPT_X_TLS_CERTFILE));
   EXPECT_TRUE(wrapper.setClientKey("/certs/node.key"));
-  EXPECT_EQ("/certs/node.key", globalString(LDAP_OPT_X_TLS_KEYFILE));
+  EXPECT_EQ("/certs/node.key", LibldapDefaults::text(LDAP_OPT_X_TLS_KEYFILE));
   EXPECT_TRUE(wrapper.setSynchronousTimeout(7));
-  EXPECT_EQ(7, globalSeconds(LDAP_OPT_TIMEOUT));
+  EXPECT_EQ(7, LibldapDefaults::seconds(LDAP_OPT_TIMEOUT));
   EXPECT_TRUE(wrapper.setNetworkTimeout(3));
-  EXPECT_EQ(3, globalSeconds(LDAP_OPT_NETWORK_TIMEOUT));
+  EXPECT_EQ(3, LibldapDefaults::seconds(LDAP_OPT_NETWORK_TIMEOUT));
   EXPECT_TRUE(logLines().empty());
   for (const SetOptionCall& call : takeSetOptionCalls()) EXPECT_EQ(nullptr, call.ld) << "option " << call.option;
 }
@@ -363,29 +304,29 @@ TEST_F(LdapTlsWrapperTest, SetRequireCertMapsEachOptionToLibldapsValue) {
                                                                      {Ldap::REQCERT_HARD, LDAP_OPT_X_TLS_HARD}};
   for (const auto& pair : mapping) {
     EXPECT_TRUE(wrapper.setRequireCert(pair.first));
-    EXPECT_EQ(pair.second, globalInt(LDAP_OPT_X_TLS_REQUIRE_CERT)) << "option " << pair.first;
+    EXPECT_EQ(pair.second, LibldapDefaults::number(LDAP_OPT_X_TLS_REQUIRE_CERT)) << "option " << pair.first;
   }
 }
 
 TEST_F(LdapTlsWrapperTest, SetRequireCertOutsideTheEnumerationDemands) {
   ASSERT_TRUE(wrapper.setRequireCert(Ldap::REQCERT_NEVER));
-  ASSERT_EQ(LDAP_OPT_X_TLS_NEVER, globalInt(LDAP_OPT_X_TLS_REQUIRE_CERT));
+  ASSERT_EQ(LDAP_OPT_X_TLS_NEVER, LibldapDefaults::number(LDAP_OPT_X_TLS_REQUIRE_CERT));
   EXPECT_TRUE(wrapper.setRequireCert(static_cast<Ldap::ReqCertOptionT>(7)));
-  EXPECT_EQ(LDAP_OPT_X_TLS_DEMAND, globalInt(LDAP_OPT_X_TLS_REQUIRE_CERT));
+  EXPECT_EQ(LDAP_OPT_X_TLS_DEMAND, LibldapDefaults::number(LDAP_OPT_X_TLS_REQUIRE_CERT));
   ASSERT_TRUE(wrapper.setRequireCert(Ldap::REQCERT_NEVER));
   EXPECT_TRUE(wrapper.setRequireCert(static_cast<Ldap::ReqCertOptionT>(-1)));
-  EXPECT_EQ(LDAP_OPT_X_TLS_DEMAND, globalInt(LDAP_OPT_X_TLS_REQUIRE_CERT));
+  EXPECT_EQ(LDAP_OPT_X_TLS_DEMAND, LibldapDefaults::number(LDAP_OPT_X_TLS_REQUIRE_CERT));
 }
 
 TEST_F(LdapTlsWrapperTest, ReferralsEndUpOnForEitherArgument) {
   ldap_set_option(nullptr, LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
-  ASSERT_EQ(0, globalInt(LDAP_OPT_REFERRALS));
+  ASSERT_EQ(0, LibldapDefaults::number(LDAP_OPT_REFERRALS));
   EXPECT_TRUE(wrapper.setLdapOptReferrals(false));
-  EXPECT_NE(0, globalInt(LDAP_OPT_REFERRALS));
+  EXPECT_NE(0, LibldapDefaults::number(LDAP_OPT_REFERRALS));
 
   ldap_set_option(nullptr, LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
   EXPECT_TRUE(wrapper.setLdapOptReferrals(true));
-  EXPECT_NE(0, globalInt(LDAP_OPT_REFERRALS));
+  EXPECT_NE(0, LibldapDefaults::number(LDAP_OPT_REFERRALS));
 }
 
 TEST_F(LdapTlsWrapperTest, ServerControlsAreOneManageDsaItControlThatIsNotCritical) {
@@ -404,11 +345,11 @@ TEST_F(LdapTlsWrapperTest, ServerControlsAreOneManageDsaItControlThatIsNotCritic
 
 TEST_F(LdapTlsWrapperTest, SettersActOnTheHandleOnceConnected) {
   ASSERT_TRUE(wrapper.connect(Ldap::TLS_LDAPS, "10.0.0.1:636", ""));
-  const std::string before = globalString(LDAP_OPT_X_TLS_CACERTFILE);
+  const std::string before = LibldapDefaults::text(LDAP_OPT_X_TLS_CACERTFILE);
   takeSetOptionCalls();
   EXPECT_TRUE(wrapper.setCaCertificate("/elsewhere/ca.pem"));
   EXPECT_TRUE(wrapper.setRequireCert(Ldap::REQCERT_TRY));
-  EXPECT_EQ(before, globalString(LDAP_OPT_X_TLS_CACERTFILE));
+  EXPECT_EQ(before, LibldapDefaults::text(LDAP_OPT_X_TLS_CACERTFILE));
   const std::vector<SetOptionCall> calls = takeSetOptionCalls();
   ASSERT_EQ(2u, calls.size());
   EXPECT_NE(nullptr, calls[0].ld);
@@ -609,6 +550,13 @@ class LdapTlsWrapperDirectoryTest : public LdapTlsWrapperTest {
     ASSERT_TRUE(wrapper.createNewCtx());
   }
 
+  // Bound as the reader over plain LDAP: this process's one connection to the server.
+  void bindAsReader() {
+  ASSERT_TRUE(wrapper.connect(Ldap::TLS_NONE, directory->plainAddress(), ""));
+  ASSERT_TRUE(wrapper.bind(SlapdInstance::readerDn(), SlapdInstance::readerPassword()));
+  ASSERT_EQ(1, connectionsTo(directory->plainPort()));
+  }
+
   // The session handle that the wrapper's last connect created, as libldap saw it.
   static LDAP* handleOfLastConnect() {
     LDAP* handle = nullptr;
@@ -647,9 +595,7 @@ TEST_F(LdapTlsWrapperDirectoryTest, BindUsesTheFallbackWhenThePrimaryIsDown) {
 }
 
 TEST_F(LdapTlsWrapperDirectoryTest, SecondConnectReleasesTheFirstHandle) {
-  ASSERT_TRUE(wrapper.connect(Ldap::TLS_NONE, directory->plainAddress(), ""));
-  ASSERT_TRUE(wrapper.bind(SlapdInstance::readerDn(), SlapdInstance::readerPassword()));
-  ASSERT_EQ(1, connectionsTo(directory->plainPort()));
+  ASSERT_NO_FATAL_FAILURE(bindAsReader());
   log().clear();
 
   EXPECT_TRUE(wrapper.connect(Ldap::TLS_NONE, directory->plainAddress(), ""));
@@ -662,9 +608,7 @@ TEST_F(LdapTlsWrapperDirectoryTest, SecondConnectReleasesTheFirstHandle) {
 }
 
 TEST_F(LdapTlsWrapperDirectoryTest, DisconnectClosesTheConnection) {
-  ASSERT_TRUE(wrapper.connect(Ldap::TLS_NONE, directory->plainAddress(), ""));
-  ASSERT_TRUE(wrapper.bind(SlapdInstance::readerDn(), SlapdInstance::readerPassword()));
-  ASSERT_EQ(1, connectionsTo(directory->plainPort()));
+  ASSERT_NO_FATAL_FAILURE(bindAsReader());
   wrapper.disconnect();
   EXPECT_EQ(0, connectionsTo(directory->plainPort()));
 }

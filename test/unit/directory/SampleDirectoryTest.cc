@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
+using ::testing::UnorderedElementsAreArray;
 
 // The sample users answer the searches the role lookup makes, as test/fixtures/ldap/sample.ldif
 // says they should.
@@ -52,23 +54,35 @@ TEST_F(SampleDirectoryTest, PosixGroupsHoldAliceInAdminAndOpsAndBobInOps) {
   EXPECT_THAT(find("(&(objectClass=posixGroup)(memberUid=bob))", "cn"), ElementsAre("cn: ops"));
 }
 
-TEST_F(SampleDirectoryTest, CarolHasScopeXAndRolesForTargetTypesXAndY) {
-  const std::string carol = "(&(objectClass=posixAccount)(uid=carol))";
+// A user's authentication scope and authorisation scopes, as the filterType 2 lookup reads them
+// from the user's account entry.
+struct AccountScopes {
+  const char* name;
+  const char* uid;
+  const char* authenticationScope;
+  std::vector<std::string> authorizationScopes;
+};
 
-  EXPECT_THAT(find(carol, "orbelinUserAuthenticationScope"), ElementsAre("orbelinUserAuthenticationScope: X"));
-  EXPECT_THAT(find(carol, "orbelinUserAuthorizationScope"),
-              UnorderedElementsAre("orbelinUserAuthorizationScope: X:admin",
-                                   "orbelinUserAuthorizationScope: Y:operator"));
+std::ostream& operator<<(std::ostream& out, const AccountScopes& account) { return out << account.uid; }
+
+class SampleDirectoryAccountTest : public SampleDirectoryTest, public ::testing::WithParamInterface<AccountScopes> {};
+
+TEST_P(SampleDirectoryAccountTest, AccountHoldsItsScopes) {
+  const std::string account = std::string("(&(objectClass=posixAccount)(uid=") + GetParam().uid + "))";
+
+  EXPECT_THAT(find(account, "orbelinUserAuthenticationScope"), ElementsAre(GetParam().authenticationScope));
+  EXPECT_THAT(find(account, "orbelinUserAuthorizationScope"), UnorderedElementsAreArray(GetParam().authorizationScopes));
 }
 
-TEST_F(SampleDirectoryTest, DaveHasEveryScopeAViewerRoleForAllAndAPlainRole) {
-  const std::string dave = "(&(objectClass=posixAccount)(uid=dave))";
-
-  EXPECT_THAT(find(dave, "orbelinUserAuthenticationScope"), ElementsAre("orbelinUserAuthenticationScope: *"));
-  EXPECT_THAT(find(dave, "orbelinUserAuthorizationScope"),
-              UnorderedElementsAre("orbelinUserAuthorizationScope: *:viewer",
-                                   "orbelinUserAuthorizationScope: plainrole"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    SampleUsers, SampleDirectoryAccountTest,
+    ::testing::Values(AccountScopes{"CarolHasScopeXAndRolesForTargetTypesXAndY", "carol",
+                                    "orbelinUserAuthenticationScope: X",
+                                    {"orbelinUserAuthorizationScope: X:admin", "orbelinUserAuthorizationScope: Y:operator"}},
+                      AccountScopes{"DaveHasEveryScopeAViewerRoleForAllAndAPlainRole", "dave",
+                                    "orbelinUserAuthenticationScope: *",
+                                    {"orbelinUserAuthorizationScope: *:viewer", "orbelinUserAuthorizationScope: plainrole"}}),
+    [](const ::testing::TestParamInfo<AccountScopes>& info) { return std::string(info.param.name); });
 
 TEST_F(SampleDirectoryTest, FrankHoldsTheAliasOpsadminThatStandsForAdminAndOperator) {
   EXPECT_THAT(find("(&(objectClass=posixAccount)(uid=frank))", "orbelinUserAuthorizationScope"),

@@ -69,30 +69,33 @@ TEST(SlapdInstanceTest, FindsAliceOnThePlainPort) {
   EXPECT_THAT(answer.lines, Contains("uid: alice"));
 }
 
-TEST(SlapdInstanceTest, FindsAliceOnTheLdapsPortForAClientTrustingItsCa) {
+// Alice looked up under security on the port of directory that it uses, trusting caFile.
+LdapProbe::Answer findAliceOver(const SlapdInstance& directory, Security security, const std::string& caFile) {
+  const int port = security == Security::Ldaps ? directory.ldapsPort() : directory.plainPort();
+  return findAlice(connectionTo(port, security, caFile));
+}
+
+// LDAPS on the LDAPS port, StartTLS on the plain one.
+class SlapdInstanceTlsTest : public ::testing::TestWithParam<Security> {};
+
+TEST_P(SlapdInstanceTlsTest, FindsAliceForAClientTrustingItsCa) {
   SlapdInstance directory;
 
-  const LdapProbe::Answer answer = findAlice(connectionTo(directory.ldapsPort(), Security::Ldaps, directory.caFile()));
+  const LdapProbe::Answer answer = findAliceOver(directory, GetParam(), directory.caFile());
 
   ASSERT_TRUE(answer.succeeded()) << answer.error;
   EXPECT_THAT(answer.lines, Contains(ALICE_DN_LINE));
 }
 
-TEST(SlapdInstanceTest, FindsAliceAfterStartTlsOnThePlainPort) {
-  SlapdInstance directory;
-
-  const LdapProbe::Answer answer =
-      findAlice(connectionTo(directory.plainPort(), Security::StartTls, directory.caFile()));
-
-  ASSERT_TRUE(answer.succeeded()) << answer.error;
-  EXPECT_THAT(answer.lines, Contains(ALICE_DN_LINE));
-}
+INSTANTIATE_TEST_SUITE_P(LdapsAndStartTls, SlapdInstanceTlsTest, ::testing::Values(Security::Ldaps, Security::StartTls),
+                         [](const ::testing::TestParamInfo<Security>& info) {
+                           return info.param == Security::Ldaps ? "Ldaps" : "StartTls";
+                         });
 
 TEST(SlapdInstanceTest, LdapsIsRefusedByAClientTrustingTheOtherCa) {
   SlapdInstance directory;
 
-  const LdapProbe::Answer answer =
-      findAlice(connectionTo(directory.ldapsPort(), Security::Ldaps, directory.otherCaFile()));
+  const LdapProbe::Answer answer = findAliceOver(directory, Security::Ldaps, directory.otherCaFile());
 
   EXPECT_EQ(LDAP_SERVER_DOWN, answer.code) << answer.error;
   EXPECT_TRUE(answer.lines.empty());
@@ -101,8 +104,7 @@ TEST(SlapdInstanceTest, LdapsIsRefusedByAClientTrustingTheOtherCa) {
 TEST(SlapdInstanceTest, StartTlsIsRefusedByAClientTrustingTheOtherCa) {
   SlapdInstance directory;
 
-  const LdapProbe::Answer answer =
-      findAlice(connectionTo(directory.plainPort(), Security::StartTls, directory.otherCaFile()));
+  const LdapProbe::Answer answer = findAliceOver(directory, Security::StartTls, directory.otherCaFile());
 
   EXPECT_EQ(LDAP_CONNECT_ERROR, answer.code) << answer.error;
   EXPECT_THAT(answer.error, HasSubstr("StartTLS"));
