@@ -203,12 +203,16 @@ bool CipherPriorityTranslator::translate(const std::string& filter, std::string&
 }
 
 bool CipherPriorityTranslator::isLibldapTlsOpenSsl() {
-  char* package = nullptr;
-  if (ldap_get_option(nullptr, LDAP_OPT_X_TLS_PACKAGE, &package) != LDAP_OPT_SUCCESS || package == nullptr) {
-    return true;
-  }
-  const bool openSsl = std::strcmp(package, "OpenSSL") == 0;
-  ldap_memfree(package);
+  // The TLS package is fixed when libldap is built: asked once per process.
+  static const bool openSsl = [] {
+    char* package = nullptr;
+    if (ldap_get_option(nullptr, LDAP_OPT_X_TLS_PACKAGE, &package) != LDAP_OPT_SUCCESS || package == nullptr) {
+      return true;
+    }
+    const bool isOpenSsl = std::strcmp(package, "OpenSSL") == 0;
+    ldap_memfree(package);
+    return isOpenSsl;
+  }();
   return openSsl;
 }
 

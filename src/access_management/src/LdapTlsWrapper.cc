@@ -122,10 +122,18 @@ bool LdapTlsWrapper::setClientKey(const std::string& file) {
 bool LdapTlsWrapper::setCipherSuite(const std::string& ciphers) {
   const std::string failure = "Couldn't set cipher suite (" + ciphers + "): ";
   // The filter is in OpenSSL's syntax; a libldap built with GnuTLS takes a priority string.
-  std::string suite = ciphers;
+  Poco::Mutex::ScopedLock lock(_mutex);
   std::string refusal;
-  if (CipherPriorityTranslator::isLibldapTlsOpenSsl() || CipherPriorityTranslator::translate(ciphers, suite, refusal)) {
-    return setOption(__FUNCTION__, LDAP_OPT_X_TLS_CIPHER_SUITE, suite.c_str(), failure);
+  if (CipherPriorityTranslator::isLibldapTlsOpenSsl()) {
+    return setOption(__FUNCTION__, LDAP_OPT_X_TLS_CIPHER_SUITE, ciphers.c_str(), failure);
+  }
+  // Every lookup sets the same filter: it is translated once, not on each connection.
+  if (ciphers != _translatedCipherFilter || _cipherPriority.empty()) {
+    _cipherPriority.clear();
+    if (CipherPriorityTranslator::translate(ciphers, _cipherPriority, refusal)) _translatedCipherFilter = ciphers;
+  }
+  if (!_cipherPriority.empty()) {
+    return setOption(__FUNCTION__, LDAP_OPT_X_TLS_CIPHER_SUITE, _cipherPriority.c_str(), failure);
   }
   QIV_TRACE(" >> ");
   QIV_LOG(3, "%s%s", failure.c_str(), refusal.c_str());

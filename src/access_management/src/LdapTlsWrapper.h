@@ -94,6 +94,10 @@ class LdapTlsWrapper : public ILdapTlsWrapper {
   // Clear text, in memory only; never logged.
   std::string _password;
   TlsModeConnection _tlsMode;
+  // The last cipher filter translated for a GnuTLS-built libldap and its priority string (empty
+  // when it was refused).
+  std::string _translatedCipherFilter;
+  std::string _cipherPriority;
 };
 
 }  // namespace Ldap

@@ -148,6 +148,26 @@ TEST_F(LdapCipherSuiteTest, LibldapIsHandedThePriorityStringOfTheFilter) {
             LibldapDefaults::text(LDAP_OPT_X_TLS_CIPHER_SUITE));
 }
 
+TEST_F(LdapCipherSuiteTest, EachFilterGivesItsOwnPriorityStringWhenFiltersAlternate) {
+  const LibldapDefaults saved;
+  const std::string gcm128 = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2:-KX-ALL:+ECDHE-RSA:-CIPHER-ALL:+AES-128-GCM:-MAC-ALL:+AEAD";
+  ASSERT_TRUE(wrapper.setCipherSuite("ECDHE-RSA-AES128-GCM-SHA256"));
+  EXPECT_EQ(gcm128, LibldapDefaults::text(LDAP_OPT_X_TLS_CIPHER_SUITE));
+  ASSERT_TRUE(wrapper.setCipherSuite("ECDHE-RSA-AES256-GCM-SHA384"));
+  const std::string gcm256 = LibldapDefaults::text(LDAP_OPT_X_TLS_CIPHER_SUITE);
+  EXPECT_NE(gcm128, gcm256);
+  EXPECT_NE(std::string::npos, gcm256.find("+AES-256-GCM"));
+  // A refused filter between two good ones is refused each time and hands libldap nothing.
+  log().clear();
+  EXPECT_FALSE(wrapper.setCipherSuite("eNULL"));
+  EXPECT_FALSE(wrapper.setCipherSuite("eNULL"));
+  EXPECT_EQ(2u, log().count(3, "Couldn't set cipher suite (eNULL): no cipher suite usable with GnuTLS"));
+  EXPECT_EQ(gcm256, LibldapDefaults::text(LDAP_OPT_X_TLS_CIPHER_SUITE));
+  ASSERT_TRUE(wrapper.setCipherSuite("ECDHE-RSA-AES128-GCM-SHA256"));
+  ASSERT_TRUE(wrapper.setCipherSuite("ECDHE-RSA-AES128-GCM-SHA256"));
+  EXPECT_EQ(gcm128, LibldapDefaults::text(LDAP_OPT_X_TLS_CIPHER_SUITE));
+}
+
 TEST_F(LdapCipherSuiteTest, TlsContextIsBuiltFromTheTranslatedFilter) {
   ASSERT_TRUE(wrapper.connect(Ldap::TLS_LDAPS, "127.0.0.1:636", ""));
   ASSERT_TRUE(wrapper.setCipherSuite("ECDHE-RSA-AES128-GCM-SHA256"));
