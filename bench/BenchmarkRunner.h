@@ -3,6 +3,9 @@
 
 #include "RatioReporter.h"
 
+#include <benchmark/benchmark.h>
+
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,10 +34,17 @@ class BenchmarkRunner {
   // As RatioReporter::printRatios.
   bool printRatios() const;
 
-  // The whole main program for one pair registered before: 0 when the ratio was printed, 1 for
-  // an unknown option or when it could not be measured.
-  static int run(int argc, char** argv, const std::string& measured, const std::string& baseline,
-                 const std::string& label);
+  // A benchmark's body.
+  typedef std::function<void(benchmark::State&)> Body;
+
+  // The whole main program for one pair, both waiting on children most of the time and so timed
+  // by the real time, measured in a phase of its own at each descriptor limit of
+  // DescriptorLimit::compared(): the benchmarks are named measuredName and baselineName followed
+  // by "_<limit>", the ratio "<label> at <limit> descriptors". Their repetitions and minimum time
+  // are fixed (many short repetitions) and win over the command line's. 0 when every ratio was
+  // printed, 1 for an unknown option or when one could not be measured.
+  static int runAtDescriptorLimits(int argc, char** argv, const std::string& measuredName, const Body& measured,
+                                   const std::string& baselineName, const Body& baseline, const std::string& label);
 
  private:
   RatioReporter _reporter;

@@ -37,9 +37,9 @@ bool RatioReporter::printRatio(const Comparison& comparison) const {
     return false;
   }
   const char* unit = benchmark::GetTimeUnitString(measured->second.unit);
-  std::printf("ratio %s / baseline (median real time): %.2f (%.0f %s / %.0f %s)\n", label,
+  std::printf("ratio %s / baseline (median real time): %.2f (%.0f %s / %.0f %s, difference %+.0f %s)\n", label,
               measured->second.realTime / baseline->second.realTime, measured->second.realTime, unit,
-              baseline->second.realTime, unit);
+              baseline->second.realTime, unit, measured->second.realTime - baseline->second.realTime, unit);
   return true;
 }
 

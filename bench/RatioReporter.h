@@ -25,9 +25,9 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
   void ReportRuns(const std::vector<Run>& runs) override;
 
-  // Prints the ratio of the two medians of each comparison, in order, on standard output; false
-  // (and says so in that comparison's line) when a benchmark was filtered out, failed or ran
-  // without repetitions.
+  // Prints the ratio of the two medians of each comparison, and their difference, in order, on
+  // standard output; false (and says so in that comparison's line) when a benchmark was filtered
+  // out, failed or ran without repetitions.
   bool printRatios() const;
 
  private:

@@ -1,12 +1,14 @@
 // What a role query through the external-command back end costs over the least a caller must
 // do to run the same command: am_getRoles_2 (then freeRoles) on the started component against
 // posix_spawn + read + waitpid of "qivea authorization ldap search <the component's argument
-// string>", in the same run. Prints the ratio of the median real times (role query / baseline).
+// string>", in the same run, at a descriptor limit of 1024 and at the hard limit. Prints the
+// ratio of the median real times (role query / baseline) at each limit.
 
 #include "AmEntryPoints.h"
 #include "AmQivEaWrapper.h"
 #include "BenchmarkRunner.h"
 #include "ChildProcess.h"
+#include "QiveaLdapFramework.h"
 #include "QiveaStandIn.h"
 #include "StartedComponent.h"
 
@@ -15,37 +17,20 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <exception>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace {
 
-const int REPETITIONS = 10;
 const char METHOD[] = "LDAP";
 const char USER[] = "operator7";
 const std::vector<std::string> ROLES = {"SystemAdministrator", "SystemReadOnly", "SecurityAdministrator"};
-const char LDAP_AUTHENTICATION_METHOD_DN[] =
-    "ManagedElement=1,SystemFunctions=1,SecM=1,UserManagement=1,LdapAuthenticationMethod=1";
-const char LDAP_DN[] = "ManagedElement=1,SystemFunctions=1,SecM=1,UserManagement=1,LdapAuthenticationMethod=1,Ldap=1";
-const char COMPONENT_CONFIG[] =
-    "<QivAccessManagementComponent><ldapInitConfigTimeout>10</ldapInitConfigTimeout></QivAccessManagementComponent>";
 
 std::string joined(const std::vector<std::string>& pieces) {
   std::string text;
   for (const std::string& piece : pieces) text += (text.empty() ? "" : ",") + piece;
   return text;
-}
-
-// Warnings and errors are kept for a failure report; traces are neither kept nor formatted.
-// Nothing is echoed: without the security framework's command, start logs an expected error.
-Framework::ManagementFramework::Options frameworkOptions() {
-  Framework::ManagementFramework::Options options;
-  options.modelFile = std::string(QIV_FIXTURES_DIR) + "/models/ldap20.xml";
-  options.logLevel = 4;
-  options.echoLevel = -1;
-  return options;
 }
 
 // The roles the component answers for USER; throws with the code when the query fails.
@@ -98,20 +83,10 @@ void BM_PosixSpawnBaseline(benchmark::State& state, Bench::ChildProcess* search)
   }
 }
 
-// What the framework kept, for a failure report.
-void printLog(Framework::ManagementFramework& framework) {
-  for (const Framework::LogRecord& record : framework.log().records())
-    std::fprintf(stderr, "  log %d %s: %s\n", record.level, record.method.c_str(), record.text.c_str());
-}
-
 // Starts the component on framework, checks that both sides do the same work, and runs the two
 // benchmarks. Throws std::exception for anything that keeps them from being measured.
 int measure(int argc, char** argv, Framework::ManagementFramework& framework, const QiveaStandIn& standIn) {
-  // LDAP unlocked with a filter type, so that the query goes to the external command.
-  framework.model().setStringValues(LDAP_AUTHENTICATION_METHOD_DN, "administrativeState", {"UNLOCKED"});
-  framework.model().setStringValues(LDAP_DN, "filterType", {"POSIX_GROUPS"});
-  framework.model().setStringValues(LDAP_DN, "profileFilter", {"POSIX_GROUPS"});
-  const Bench::StartedComponent component(framework, COMPONENT_CONFIG);
+  const Bench::StartedComponent component(framework, Bench::QiveaLdapFramework::COMPONENT_CONFIG);
 
   // Both sides must do the same work, or the ratio says nothing.
   const std::vector<std::string> roles = queryRoles();
@@ -125,34 +100,18 @@ int measure(int argc, char** argv, Framework::ManagementFramework& framework, co
   if (!search.run(output) || firstLine(output) != joined(ROLES))
     throw std::runtime_error("the baseline printed '" + output + "', not the scripted roles");
 
-  benchmark::RegisterBenchmark("BM_PosixSpawnBaseline", BM_PosixSpawnBaseline, &search)
-      ->UseRealTime()
-      ->Unit(benchmark::kMicrosecond)
-      ->Repetitions(REPETITIONS);
-  benchmark::RegisterBenchmark("BM_RoleQuery", BM_RoleQuery)
-      ->UseRealTime()
-      ->Unit(benchmark::kMicrosecond)
-      ->Repetitions(REPETITIONS);
-  return Bench::BenchmarkRunner::run(argc, argv, "BM_RoleQuery", "BM_PosixSpawnBaseline", "role query");
+  return Bench::BenchmarkRunner::runAtDescriptorLimits(
+      argc, argv, "BM_RoleQuery", BM_RoleQuery, "BM_PosixSpawnBaseline",
+      [&search](benchmark::State& state) { BM_PosixSpawnBaseline(state, &search); }, "role query");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
+  return Bench::QiveaLdapFramework::run("role_query_benchmark", [&](Bench::QiveaLdapFramework& framework) {
     // A throw-away QIVEA_HOME, and the stand-in first on PATH, for the component and the baseline.
     const QiveaStandIn standIn(QIVEA_DIR);
     standIn.setUsers(std::string(USER) + ":" + joined(ROLES) + "\n");
-    Framework::ManagementFramework framework(frameworkOptions());
-    try {
-      return measure(argc, argv, framework, standIn);
-    } catch (const std::exception& e) {
-      std::fprintf(stderr, "role_query_benchmark: %s\n", e.what());
-      printLog(framework);
-      return 1;
-    }
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "role_query_benchmark: %s\n", e.what());
-    return 1;
-  }
+    return measure(argc, argv, framework.framework(), standIn);
+  });
 }

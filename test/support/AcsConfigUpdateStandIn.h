@@ -48,6 +48,18 @@ class AcsConfigUpdateStandIn {
     return result;
   }
 
+  // From now on every call also records which descriptors it found open.
+  void recordDescriptors() const { Poco::File(home() + "/descriptors").createDirectories(); }
+
+  // What each call since recordDescriptors found open ("0 1 2\n"), in the order of the calls.
+  std::vector<std::string> descriptorRecords() const {
+    std::vector<std::string> result;
+    for (int number = 1; Poco::File(home() + "/descriptors/" + std::to_string(number)).exists(); ++number) {
+      result.push_back(read("descriptors/" + std::to_string(number)));
+    }
+    return result;
+  }
+
   // "registered <file>" while a method is registered, empty otherwise.
   std::string state() const {
     std::string text = read("state");

@@ -31,17 +31,20 @@ class QiveaStandIn {
 
   // Every call's arguments, word for word, in the order of the calls.
   std::vector<std::vector<std::string>> calls() const {
-    std::vector<std::string> names;
-    const Poco::File directory(home() + "/calls");
-    if (directory.exists()) directory.list(names);
-    // Hidden names are calls still being written.
-    names.erase(std::remove_if(names.begin(), names.end(), [](const std::string& name) { return name[0] == '.'; }),
-                names.end());
-    std::sort(names.begin(), names.end());
     std::vector<std::vector<std::string>> result;
-    for (const std::string& name : names) {
+    for (const std::string& name : recordNames("calls")) {
       result.push_back(parseCallRecord(read("calls/" + name)));
     }
+    return result;
+  }
+
+  // From now on every call also records which descriptors it found open.
+  void recordDescriptors() const { Poco::File(home() + "/descriptors").createDirectories(); }
+
+  // What each call since recordDescriptors found open ("0 1 2\n"), in the order of the calls.
+  std::vector<std::string> descriptorRecords() const {
+    std::vector<std::string> result;
+    for (const std::string& name : recordNames("descriptors")) result.push_back(read("descriptors/" + name));
     return result;
   }
 
@@ -82,6 +85,18 @@ class QiveaStandIn {
   static std::string currentPath() {
     const char* path = std::getenv("PATH");
     return path != nullptr ? path : "/usr/bin:/bin";
+  }
+
+  // The complete records in directory (of the home), in the order of the calls.
+  std::vector<std::string> recordNames(const std::string& directory) const {
+    std::vector<std::string> names;
+    const Poco::File records(home() + "/" + directory);
+    if (records.exists()) records.list(names);
+    // Hidden names are records still being written.
+    names.erase(std::remove_if(names.begin(), names.end(), [](const std::string& name) { return name[0] == '.'; }),
+                names.end());
+    std::sort(names.begin(), names.end());
+    return names;
   }
 
   std::string read(const std::string& name) const {

@@ -1,4 +1,7 @@
+#include "NssWrapperGroups.h"
 #include "QiveaStandIn.h"
+#include "ScopedEnvironmentVariable.h"
+#include "SecAcsStandIn.h"
 #include "SlapdInstance.h"
 
 #include <Poco/File.h>
@@ -12,10 +15,13 @@
 
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <sys/stat.h>
 
 namespace {
 
@@ -352,4 +358,74 @@ TEST_F(AmhostBuiltInTest, RefusedQueryPrintsWhatItLoggedAndItsCode) {
   const std::string last = "error: getRoles answered -1\n";
   ASSERT_GE(outcome.err.size(), last.size());
   EXPECT_EQ(last, outcome.err.substr(outcome.err.size() - last.size()));
+}
+
+// amhost as a node with the security framework, the PSO clear path in a directory of the test's
+// own. amhost and what it starts see a group database with "sec-uai-users" (libnss-wrapper);
+// the stand-ins record what they were asked in homes of the test's own.
+class AmhostSecurityFrameworkTest : public AmhostTest {
+ protected:
+  AmhostSecurityFrameworkTest() : _umask(::umask(022)) {
+    groups.addGroup("sec-uai-users", 4242);
+    secAcs.setUsers({{"alice", {"admin", "operator"}}});
+    Poco::File(acsHome.path()).createDirectories();
+    for (const auto& variable : groups.environment())
+      _environment.emplace_back(new ScopedEnvironmentVariable(variable.first, variable.second));
+  }
+
+  ~AmhostSecurityFrameworkTest() override { ::umask(_umask); }
+
+  Outcome runOnNode(const std::vector<Args>& commands) const {
+    Args arguments = {"--model", model(), "--component-config", componentFile(), "--log-level", "-1",
+                      "--security-framework", psoClear.path()};
+    const Args words = commandLine(commands);
+    arguments.insert(arguments.end(), words.begin(), words.end());
+    return runRaw(arguments);
+  }
+
+  // The calls acs-config-update recorded, each as its words joined by blanks.
+  std::vector<std::string> acsCalls() const {
+    std::vector<std::string> calls;
+    for (int number = 1; Poco::File(acsHome.path() + "/calls/" + std::to_string(number)).exists(); ++number) {
+      std::string call = readFile(acsHome.path() + "/calls/" + std::to_string(number));
+      for (char& c : call) c = c == '\0' ? ' ' : c;
+      calls.push_back(call);
+    }
+    return calls;
+  }
+
+  NssWrapperGroups groups;
+  SecAcsStandIn secAcs;
+  Poco::TemporaryFile psoClear;
+  Poco::TemporaryFile acsHome;
+  ScopedEnvironmentVariable acsHomeVariable{"ACS_CONFIG_UPDATE_HOME", acsHome.path()};
+
+ private:
+  const mode_t _umask;
+  std::vector<std::unique_ptr<ScopedEnvironmentVariable>> _environment;
+};
+
+TEST_F(AmhostSecurityFrameworkTest, UnlockedNodeShowsTheFilesTheComponentWroteAndAnswersRoles) {
+  const Outcome outcome =
+      runOnNode(concat(concat({{"start"}}, VALID_UNLOCK), {{"commit"}, {"files"}, {"roles", "alice"}}));
+  EXPECT_EQ(0, outcome.status) << outcome.err;
+  EXPECT_EQ("started\ncommitted\n"
+            "2750 sec-uai-users sec-acs/\n"
+            "0640 sec-uai-users sec-acs/LdapSecAa.cfg\n"
+            "0640 sec-uai-users sec-acs/LdapSm.cfg\n"
+            "2755 sec-uai-users sec-acs/cert/\n"
+            "admin\noperator\n",
+            outcome.out);
+  const std::string frameworkFile = psoClear.path() + "/sec-acs/LdapSecAa.cfg";
+  EXPECT_EQ((std::vector<std::string>{"--help ", "--help ", "--deregister LdapAuthenticationMethod ", "--help ",
+                                      "--register LdapAuthenticationMethod -f " + frameworkFile + " "}),
+            acsCalls());
+  EXPECT_NE(std::string::npos, readFile(frameworkFile).find("\nldap_uri = ldap://192.0.2.10:636, ldap://[2001:db8::7]:636\n"));
+  EXPECT_TRUE(qivea.callsStartingWith("authorization").empty());
+}
+
+TEST_F(AmhostSecurityFrameworkTest, FilesNeedsTheSecurityFramework) {
+  const Outcome outcome = run({{"files"}});
+  EXPECT_EQ(1, outcome.status);
+  EXPECT_EQ("error: files needs --security-framework DIR\n", outcome.err);
 }

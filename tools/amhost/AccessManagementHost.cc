@@ -1,6 +1,7 @@
 #include "AccessManagementHost.h"
 
 #include "ConfigurationPrinter.h"
+#include "FileListing.h"
 #include "LogLevel.h"
 
 #include <PymMwSpiAccessManagement.h>
@@ -42,7 +43,8 @@ const std::vector<CommandSyntax>& commandSyntax() {
       {"commit", 0, 0, ""},         {"abort", 0, 0, ""},
       {"begin", 1, 1, " NAME"},     {"use", 1, 1, " NAME"},
       {"roles", 1, 2, " USER [METHOD]"},
-      {"show", 0, 0, ""},           {"log-level", 1, 1, " N"},
+      {"show", 0, 0, ""},           {"files", 0, 0, ""},
+      {"log-level", 1, 1, " N"},
       {"encrypt", 1, 1, " TEXT"},   {"help", 0, 0, ""},
       {"quit", 0, 0, ""}};
   return syntax;
@@ -69,6 +71,7 @@ AccessManagementHost::AccessManagementHost(const HostOptions& options, std::ostr
     : _modelFile(options.modelFile),
       _out(out),
       _err(err),
+      _securityFramework(options.psoClearPath.empty() ? nullptr : new SecurityFrameworkNode(options.psoClearPath)),
       _framework(new Framework::ManagementFramework(frameworkOptions(options))),
       _library(new Framework::ComponentLibrary(options.library)),
       _descriptor(nullptr),
@@ -166,6 +169,7 @@ AccessManagementHost::Status AccessManagementHost::dispatch(const CommandWords::
   if (name == "use") return use(command[1]);
   if (name == "roles") return roles(command[1], command.size() > 2 ? command[2] : "LDAP");
   if (name == "show") return ConfigurationPrinter(*_framework).print(_out, _err) ? Succeeded : CommandFailed;
+  if (name == "files") return files();
   if (name == "encrypt") {
     _out << _framework->crypto().encrypt(command[1]) << "\n";
     return Succeeded;
@@ -273,6 +277,11 @@ AccessManagementHost::Status AccessManagementHost::roles(const std::string& user
   for (const char** role = roles; role != nullptr && *role != nullptr; ++role) _out << *role << "\n";
   accessManagement->freeRoles(method.c_str(), roles);
   return Succeeded;
+}
+
+AccessManagementHost::Status AccessManagementHost::files() {
+  if (_securityFramework == nullptr) return fail("files needs --security-framework DIR");
+  return FileListing(_securityFramework->psoClearPath()).print(_out, _err) ? Succeeded : CommandFailed;
 }
 
 AccessManagementHost::Transaction& AccessManagementHost::current() {

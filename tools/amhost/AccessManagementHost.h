@@ -3,6 +3,7 @@
 
 #include "CommandWords.h"
 #include "HostOptions.h"
+#include "SecurityFrameworkNode.h"
 
 #include <Framework/ComponentLibrary.h>
 #include <Framework/ManagementFramework.h>
@@ -61,6 +62,7 @@ class AccessManagementHost {
   Status begin(const std::string& name);
   Status use(const std::string& name);
   Status roles(const std::string& user, const std::string& method);
+  Status files();
 
   // The current transaction, begun when there is none.
   Transaction& current();
@@ -73,6 +75,8 @@ class AccessManagementHost {
   const std::string _modelFile;
   std::ostream& _out;
   std::ostream& _err;
+  // Made before the library is loaded and gone after it; null without the security framework.
+  std::unique_ptr<SecurityFrameworkNode> _securityFramework;
   std::unique_ptr<Framework::ManagementFramework> _framework;
   std::unique_ptr<Framework::ComponentLibrary> _library;
   PymMgmtSpiComponent_2* _descriptor;

@@ -23,6 +23,12 @@ options:
   --crypto-key HEX         64 hex digits for the framework's crypto (default: the demo key)
   --log-level N            print log lines at or below N to standard error: 3 errors, 4 warnings
                            (default), 5 notices, 6 info, 8 traces, -1 none
+  --security-framework DIR a node with the security framework: the stand-ins of qivea and
+                           acs-config-update first on PATH, the stand-in of its user-authorization
+                           library loaded, and qivea's PSO clear path DIR, where the component
+                           writes sec-acs (see files). ACS_CONFIG_UPDATE_HOME and SEC_ACS_HOME name
+                           the stand-ins' directories (acs-config-update --help, sec_acs_api.h):
+                           what they were asked, and the users whose roles the framework knows
   --help                   this text
 
 commands:
@@ -39,6 +45,9 @@ commands:
                            when it refuses, everything the query logged (traces included)
                            is printed to standard error before the code
   show                     the committed LDAP configuration, the bind password as ****
+  files                    what lies below the PSO clear path of --security-framework, one line
+                           each: MODE GROUP PATH (mode in octal, path relative, "/" after
+                           directories)
   encrypt TEXT             TEXT encrypted as the model stores bindPassword's password member
   log-level N              as --log-level
   help | quit
@@ -74,7 +83,7 @@ bool HostOptions::parse(int argc, const char* const* argv, HostOptions& options,
       continue;
     }
     static const std::set<std::string> valued = {"--model", "--component-config", "--library", "--crypto-key",
-                                                 "--log-level"};
+                                                 "--log-level", "--security-framework"};
     if (valued.count(option) == 0) {
       error = "unknown option " + option;
       return false;
@@ -92,6 +101,8 @@ bool HostOptions::parse(int argc, const char* const* argv, HostOptions& options,
       options.library = value;
     } else if (option == "--crypto-key") {
       options.cryptoKey = value;
+    } else if (option == "--security-framework") {
+      options.psoClearPath = value;
     } else {
       if (!LogLevel::parse(value, options.logLevel)) {
         error = "--log-level needs a number from -1 to 9, not \"" + value + "\"";

@@ -20,6 +20,7 @@ class HostOptions {
   std::string componentConfigFile;  // empty: the host's default text
   std::string library = QIV_COMPONENT_LIBRARY;
   std::string cryptoKey;            // empty: the framework's demo key
+  std::string psoClearPath;         // empty: a node without the security framework
   int logLevel = 4;
   bool help = false;
   // From the command line; none means: read them from standard input.

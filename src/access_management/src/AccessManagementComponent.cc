@@ -618,14 +618,16 @@ PymReturnT AccessManagementComponent::commit(unsigned long txHandle) {
     QIV_TRACE("Configuration not updated");
     return 0;
   }
-  if (_configurationRunnable.isUsingSecAaFramework()) {
-    QIV_LOG(3, "Applying through the security framework is not available in this build");
-    return PymFailure;
-  }
   QIV_TRACE("Configuration updated - calling QIV EA");
-  const PymReturnT result = _configurationRunnable.updateConfiguration(_editedConfiguration);
-  // The node runs what was applied: from now on it is the current record.
-  if (result == 0) _configurationRunnable.ldapConfigurationUpdated(&_editedConfiguration);
+  PymReturnT result = 0;
+  if (_configurationRunnable.isUsingSecAaFramework()) {
+    // Takes the record as the current one itself, before it registers.
+    result = _configurationRunnable.updateConfigurationUsingSecAA(_editedConfiguration);
+  } else {
+    result = _configurationRunnable.updateConfiguration(_editedConfiguration);
+    // The node runs what was applied: from now on it is the current record.
+    if (result == 0) _configurationRunnable.ldapConfigurationUpdated(&_editedConfiguration);
+  }
   _applyOnCommit = false;
   return result;
 }

@@ -1,11 +1,11 @@
 #include "AmQivEaWrapper.h"
 
 #include "AmQivEaWrapperTimeout.h"
+#include "SpawnedProcess.h"
 
-#include <Poco/Error.h>
+#include <Poco/Exception.h>
 #include <Poco/Pipe.h>
 #include <Poco/PipeStream.h>
-#include <Poco/Process.h>
 #include <Poco/RegularExpression.h>
 #include <Poco/StreamCopier.h>
 #include <Qiv/LoggingWrapper.h>
@@ -13,18 +13,14 @@
 #include <Qiv/Timer.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <iterator>
 #include <limits>
-#include <mutex>
+#include <optional>
 #include <sstream>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <pthread.h>
-#include <unistd.h>
 
 namespace QivAccessManagement {
 
@@ -39,94 +35,12 @@ const int QIVEA_TIMEOUT = -11;
 const int EXIT_STATUS_CODES[] = {0, -1, -2, -1, -1, -1, -1, -1, -9};
 // The failure codes invoke hands out; any other becomes GENERIC_FAILURE.
 const int FAILURE_CODES[] = {-1, -2, -4, -6, -8, -9, -11};
-// Poco reports a child ended by a signal as this plus the signal number.
-const int SIGNAL_STATUS_BASE = 256;
 
 const char UNKNOWN_COMMAND[] = "unknown command";
 const char PASSWORD_PATTERN[] = "(--bind-password=|--bindPassword=)[^ \\r\\n]*";
 const char PASSWORD_REPLACEMENT[] = "$1****";
 
 bool traceEnabled() { return Qiv::LoggingWrapper::isEnabled(Qiv::LoggingWrapper::TRACE); }
-
-// Who is launching qivea, set under launchMutex while Poco forks; the child sees them in its
-// copy. No thread_local: the library is loaded with dlopen, and its dynamic TLS would outlive
-// dlclose in threads that touched it.
-std::mutex launchMutex;
-std::atomic<bool> launchingQivea{false};
-pthread_t launchingThread;
-
-// The child joins a process group of its own before exec as well: the parent's setpgid fails
-// (EACCES) once the child has exec'd, and the watchdog would then have no group to kill. The
-// handler runs in the child of every fork of the process: only the launching thread's counts.
-void joinOwnProcessGroup() {
-  if (launchingQivea && pthread_equal(pthread_self(), launchingThread)) setpgid(0, 0);
-}
-
-// Marks the forks of one launch for joinOwnProcessGroup; one launch at a time.
-class OwnProcessGroupLaunch {
- public:
-  OwnProcessGroupLaunch() : _lock(launchMutex) {
-    // Without the handler the parent's setpgid alone moves the child, nearly always in time.
-    static const int registered = pthread_atfork(nullptr, nullptr, &joinOwnProcessGroup);
-    static_cast<void>(registered);
-    launchingThread = pthread_self();
-    launchingQivea = true;
-  }
-  ~OwnProcessGroupLaunch() { launchingQivea = false; }
-  OwnProcessGroupLaunch(const OwnProcessGroupLaunch&) = delete;
-  OwnProcessGroupLaunch& operator=(const OwnProcessGroupLaunch&) = delete;
-
- private:
-  std::lock_guard<std::mutex> _lock;
-};
-
-Poco::ProcessHandle launch(const std::vector<std::string>& args, Poco::Pipe& outPipe, Poco::Pipe& errPipe) {
-  OwnProcessGroupLaunch mark;
-  return Poco::Process::launch(PROGRAM, args, nullptr, &outPipe, &errPipe);
-}
-
-// The parent's half of the move; a child left in the caller's group is reported, since the
-// watchdog could not kill it.
-void moveIntoOwnProcessGroup(int pid) {
-  if (setpgid(pid, 0) == 0) return;
-  const int error = errno;
-  if (getpgid(pid) != pid) {
-    QIV_LOG(4, "Could not move QIV-EA process %d into a process group of its own: %s", pid,
-            Poco::Error::getMessage(error).c_str());
-  }
-}
-
-// The launched child, reaped exactly once. A call left before the wait (an exception) kills
-// the child's group first, so that neither the child nor its zombie outlives the call.
-class LaunchedChild {
- public:
-  explicit LaunchedChild(const Poco::ProcessHandle& handle) : _handle(handle), _waited(false) {}
-  ~LaunchedChild() {
-    if (_waited) return;
-    const int pid = _handle.id();
-    if (::kill(-pid, SIGKILL) != 0) ::kill(pid, SIGKILL);
-    try {
-      _handle.wait();
-    } catch (...) {
-      // Already reaped by someone else; nothing is left to release.
-    }
-  }
-  LaunchedChild(const LaunchedChild&) = delete;
-  LaunchedChild& operator=(const LaunchedChild&) = delete;
-
-  int id() const { return _handle.id(); }
-
-  // The Poco wait result: the exit status, or SIGNAL_STATUS_BASE + signal. Marked first: a
-  // wait that throws found no child to reap, and the pid must not be signalled afterwards.
-  int wait() {
-    _waited = true;
-    return _handle.wait();
-  }
-
- private:
-  Poco::ProcessHandle _handle;
-  bool _waited;
-};
 
 std::string readAll(const Poco::Pipe& pipe) {
   Poco::PipeInputStream stream(pipe);
@@ -158,14 +72,20 @@ int AmQivEaWrapper::invoke(const std::vector<std::string>& args, std::string& ou
   };
 
   if (traceEnabled()) QIV_TRACE("Invoking: qivea %s", serialize(args).c_str());
-  LaunchedChild child(launch(args, outPipe, errPipe));
-  moveIntoOwnProcessGroup(child.id());
-  timeout.setProcessId(child.id());
-  QIV_TRACE("Launch QIV-EA process with pid %d", child.id());
+  std::optional<SpawnedProcess> child;
+  try {
+    child.emplace(PROGRAM, args, outPipe, errPipe);
+  } catch (const Poco::FileNotFoundException& e) {
+    // A failed run with nothing to read, as when the process library's child could not exec it.
+    QIV_TRACE("QIV-EA process not started: %s", e.displayText().c_str());
+    return GENERIC_FAILURE;
+  }
+  timeout.setProcessId(child->id());
+  QIV_TRACE("Launch QIV-EA process with pid %d", child->id());
   timer.start(Qiv::TimerCallback<AmQivEaWrapperTimeout>(timeout, &AmQivEaWrapperTimeout::onTimer));
 
   // The pipes are read only once the child ended: a child that fills one blocks until killed.
-  const int status = child.wait();
+  const int status = child->wait();
   QIV_TRACE("QIV-EA process return value: %d", status);
   // The watchdog kills before it marks the time as up: let a running one finish before asking.
   timer.stop();
@@ -183,9 +103,9 @@ int AmQivEaWrapper::invoke(const std::vector<std::string>& args, std::string& ou
     const int level = errorText.find(UNKNOWN_COMMAND) != std::string::npos ? 4 : 3;
     QIV_LOG(level, "%s", masked(errorText).c_str());
   }
-  if (timeout.isExpired() && status == SIGNAL_STATUS_BASE + SIGKILL) return QIVEA_TIMEOUT;
-  if (status > SIGNAL_STATUS_BASE) {
-    QIV_LOG(3, "QIV-EA process %d was ended by signal %d", child.id(), status - SIGNAL_STATUS_BASE);
+  if (timeout.isExpired() && status == SpawnedProcess::SIGNAL_STATUS_BASE + SIGKILL) return QIVEA_TIMEOUT;
+  if (status > SpawnedProcess::SIGNAL_STATUS_BASE) {
+    QIV_LOG(3, "QIV-EA process %d was ended by signal %d", child->id(), status - SpawnedProcess::SIGNAL_STATUS_BASE);
   }
   return allowedFailureCode(map_qivea_rc_to_qiv_rc(status));
 }

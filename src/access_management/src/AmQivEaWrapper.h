@@ -19,9 +19,9 @@ class AmQivEaWrapper {
   // after timeoutMs is killed together with its whole process group. Results: 0 with output
   // replaced by what the child printed on standard output; -11 when the time-out fired; else
   // the mapped exit status (-1, -2, -9), with the child's standard error logged (a warning for
-  // "unknown command", an error otherwise) and output untouched. Nothing (descriptor, thread,
-  // child) outlives the call. Exceptions of the process library (no process could be started)
-  // pass to the caller.
+  // "unknown command", an error otherwise) and output untouched; -1 as well when PATH holds no
+  // "qivea". Nothing (descriptor, thread, child) outlives the call. Poco::SystemException when no
+  // process could be started (none left) passes to the caller.
   int invoke(const std::vector<std::string>& args, std::string& output, unsigned timeoutMs) const;
 
   // "qivea spi-revision": revision gets the printed text, line end included.

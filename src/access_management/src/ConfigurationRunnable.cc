@@ -12,11 +12,9 @@
 #include <Poco/Exception.h>
 
 #include <poll.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cassert>
-#include <cstdio>
 #include <cstdlib>
 #include <cerrno>
 #include <cstring>
@@ -36,26 +34,14 @@ const char OPERATOR_MESSAGE_MARKER[] = "@qivnbi@";
 // POSIX regcomp flags REG_EXTENDED | REG_NEWLINE | REG_NOSUB.
 const int PATTERN_OPTIONS = 13;
 const char USE_BUILT_IN_AUTHORIZATION_KEY[] = "useBuiltInAuthorization";
+// The security framework's files, below the PSO clear path.
+const char SEC_ACS_DIRECTORY[] = "/sec-acs";
+const char FRAMEWORK_FILE[] = "/LdapSecAa.cfg";
+const char SERVICE_MODULE_FILE[] = "/LdapSm.cfg";
 
 // Every model access of the component uses an exclusive lock and a 60 s transaction time-out.
 const int ACCESSOR_LOCK_POLICY = PymLockPolicyExclusive;
 const int ACCESSOR_TIMEOUT_SECONDS = 60;
-
-const unsigned QIVEA_TIMEOUT_MS = 30000;
-const unsigned SPI_REVISION_TIMEOUT_MS = 5000;
-const char PREPARE[] = "--prepare";
-const char PASSWORD_FILE_NAME[] = "/.ldap.secret.tmp";
-const char DEFAULT_PASSWORD_FILE[] = "/tmp/.ldap.secret.tmp";
-// Tried once at start: does qivea take the LDAPS mode? The base DN is only an example.
-const char TLS_MODE_PROBE[] =
-    "authentication ldap --uri=ldaps://127.0.0.1 --useTls --tls-mode=LDAPS --base-dn=dc=example,dc=com "
-    "--login-attribute=uid";
-
-// TMPDIR's password file, taken as the variable stands (no slash handling).
-std::string passwordFilePath() {
-  const char* directory = std::getenv("TMPDIR");
-  return directory != nullptr ? std::string(directory) + PASSWORD_FILE_NAME : DEFAULT_PASSWORD_FILE;
-}
 
 // Reads what is waiting in pipe without blocking.
 void drain(Poco::Pipe& pipe) {
@@ -68,11 +54,6 @@ void drain(Poco::Pipe& pipe) {
     char byte = 0;
     if (pipe.readBytes(&byte, 1) != 1) return;
   }
-}
-
-// Whether the revision major.minor is at least the given one.
-bool atLeast(int major, int minor, int wantedMajor, int wantedMinor) {
-  return major > wantedMajor || (major == wantedMajor && minor >= wantedMinor);
 }
 
 struct NodeListRelease {
@@ -172,13 +153,7 @@ ConfigurationRunnable::ConfigurationRunnable()
       _ldap20MigrationRunning(false),
       _tlsDnExists(false),
       _useQivAuthorization(false),
-      _passwordFilePath(passwordFilePath()),
-      _passwordFileSupported(false),
-      _cipherFilterSupported(false),
-      _caCertDirSupported(false),
-      _useReferralsSupported(false),
-      _tlsModeSupported(false),
-      _tlsModeProbed(false),
+      _authentication(_qivEa, _configurationMutex, _ldap20AttributesExist),
       _portal(nullptr),
       _hasComponentConfiguration(false),
       _startUpCondition(nullptr),
@@ -773,184 +748,43 @@ void ConfigurationRunnable::setTrustCategoryMoRef(const std::string& moRef) {
 }
 
 void ConfigurationRunnable::prepareLdapCommand(const LdapConfiguration& config) {
-  std::vector<std::string>& args = _ldapCommandArgs;
-  args = {"authentication", "ldap", PREPARE};
-  if (!config.ldapIpAddress.empty()) args.push_back(uriArgument(config.ldapIpAddress, config));
-  // The fallback's scheme follows the primary server's TLS settings.
-  if (!config.fallbackLdapIpAddress.empty()) args.push_back(uriArgument(config.fallbackLdapIpAddress, config));
-  if (config.useTls) {
-    args.push_back("--useTls");
-    const std::string tlsMode = getTextForTlsMode(config.tlsMode);
-    if (_tlsModeSupported && !tlsMode.empty()) args.push_back(tlsMode);
-    if (_cipherFilterSupported) args.push_back("--cipherFilter=" + config.cipherFilter);
-  }
-  if (config.useReferrals && _useReferralsSupported) args.push_back("--useReferrals");
-  args.push_back("--base-dn=" + config.baseDn);
-  args.push_back("--login-attribute=uid");
-  if (!config.bindDn.empty()) args.push_back("--bind-dn=" + config.bindDn);
-  if (!config.bindPassword.empty()) {
-    args.push_back(_passwordFileSupported ? "--password-file=" + _passwordFilePath
-                                          : "--bind-password=" + config.bindPassword);
-  }
-  // The deprecated attributes win over the node credential and the trust category.
-  if (!config.tlsCaCertificate.empty()) {
-    args.push_back("--tls-ca-certificate=" + config.tlsCaCertificate);
-  } else if (!config.trustCategory.trustCatDirName.empty() && _caCertDirSupported) {
-    args.push_back("--tls-ca-cert-directory=" + config.trustCategory.trustCatDirName);
-  }
-  if (!config.tlsClientCertificate.empty()) {
-    args.push_back("--tls-client-certificate=" + config.tlsClientCertificate);
-  } else if (!config.nodeCredential.nodeCertFileName.empty()) {
-    args.push_back("--tls-client-certificate=" + config.nodeCredential.nodeCertFileName);
-  }
-  if (!config.tlsClientKey.empty()) {
-    args.push_back("--tls-client-key=" + config.tlsClientKey);
-  } else if (!config.nodeCredential.nodeKeyFileName.empty()) {
-    args.push_back("--tls-client-key=" + config.nodeCredential.nodeKeyFileName);
-  }
-  if (config.filterType == ORBELIN && config.targetBasedAccessControl == UNLOCKED) {
-    if (!config.nodeType.empty()) {
-      args.push_back("--nodeType=" + config.nodeType + ":\\*");
-    } else if (_ldap20AttributesExist) {
-      args.push_back("--nodeType=\\*");
-    }
-  }
-}
-
-std::string ConfigurationRunnable::uriArgument(const std::string& address, const LdapConfiguration& config) const {
-  const std::string scheme = config.useTls && config.tlsMode == LDAPS ? "--uri=ldaps://" : "--uri=ldap://";
-  const std::string host = isIPv6(address) ? "[" + address + "]" : address;
-  if (config.serverPort == 0) return scheme + host;
-  return scheme + host + ":" + std::to_string(config.serverPort);
-}
-
-void ConfigurationRunnable::sendAuthentication(const std::vector<std::string>& args) const {
-  _qivEa.configureAuthentication(args, QIVEA_TIMEOUT_MS);
+  _authentication.prepareLdapCommand(config);
 }
 
 int ConfigurationRunnable::prepareUpdateConfiguration(const LdapConfiguration& config) {
-  try {
-    if (config.administrativeState == LOCKED) {
-      QIV_TRACE("Set default configuration");
-      sendAuthentication({"authentication", "default", PREPARE});
-      return 0;
-    }
-    if (config.administrativeState != UNLOCKED) return -6;
-    QIV_TRACE("Set LDAP configuration");
-    Poco::Mutex::ScopedLock lock(_configurationMutex);
-    prepareLdapCommand(config);
-    sendAuthentication(_ldapCommandArgs);
-    return 0;
-  } catch (const Qiv::QivException& e) {
-    QIV_LOG(3, "%s", e.what());
-    return -6;
-  }
+  return _authentication.prepareUpdateConfiguration(config);
 }
 
 int ConfigurationRunnable::updateConfiguration(const LdapConfiguration& config) {
-  Poco::Mutex::ScopedLock lock(_configurationMutex);
-  try {
-    if (config.administrativeState == UNLOCKED) {
-      QIV_TRACE("Administrative state unlocked - setting LDAP configuration");
-      if (_passwordFileSupported && !config.bindPassword.empty() && !writePasswordFile(config.bindPassword)) {
-        _ldapCommandArgs.clear();
-        QIV_LOG(3, "Could not create password file for QIVEA.");
-        return -7;
-      }
-      // The line prepared for this transaction, not rebuilt.
-      eraseArgument(_ldapCommandArgs, PREPARE);
-      sendAuthentication(_ldapCommandArgs);
-    } else if (config.administrativeState == LOCKED) {
-      QIV_TRACE("Administrative state locked - setting default method");
-      sendAuthentication({"authentication", "default"});
-    } else {
-      QIV_LOG(3, "Invalid administrativeState (%d)!", static_cast<int>(config.administrativeState));
-      return -7;
-    }
-    _ldapCommandArgs.clear();
-    return 0;
-  } catch (const Qiv::QivException& e) {
-    QIV_LOG(3, "%s", e.what());
-    return -7;
-  }
+  return _authentication.updateConfiguration(config);
 }
 
-bool ConfigurationRunnable::writePasswordFile(const std::string& password) const {
-  std::remove(_passwordFilePath.c_str());
-  // Created as 0600: only the owner may read the password.
-  const mode_t previousMask = umask(066);
-  std::ofstream file(_passwordFilePath, std::ios::out | std::ios::trunc);
-  if (file.is_open()) file << password << '\n';
-  const bool written = file.is_open() && file.good();
-  file.close();
-  umask(previousMask);
-  return written;
-}
-
-int ConfigurationRunnable::setDefaultConfiguration() {
-  Poco::Mutex::ScopedLock lock(_configurationMutex);
-  try {
-    sendAuthentication({"authentication", "default"});
-    _ldapCommandArgs.clear();
-    return 0;
-  } catch (const Qiv::QivException& e) {
-    QIV_LOG(3, "%s", e.what());
-    return -7;
-  }
-}
+int ConfigurationRunnable::setDefaultConfiguration() { return _authentication.setDefaultConfiguration(); }
 
 void ConfigurationRunnable::eraseArgument(std::vector<std::string>& args, const std::string& text) {
-  const auto found = std::find(args.begin(), args.end(), text);
-  if (found != args.end()) args.erase(found);
+  QiveaAuthenticationCommand::eraseArgument(args, text);
 }
 
-std::string ConfigurationRunnable::getTextForTlsMode(TlsMode mode) { return mode == LDAPS ? "--tls-mode=LDAPS" : ""; }
-
-void ConfigurationRunnable::setQiveaCapabilities() {
-  std::string revision;
-  if (_qivEa.getQiveaSpiRevision(revision, SPI_REVISION_TIMEOUT_MS) != 0) revision = "1.0.0";
-  int major = 0;
-  int minor = 0;
-  int patch = 0;
-  std::sscanf(revision.c_str(), "%d.%d.%d", &major, &minor, &patch);
-  _passwordFileSupported = atLeast(major, minor, 1, 2);
-  _cipherFilterSupported = atLeast(major, minor, 1, 2);
-  _caCertDirSupported = atLeast(major, minor, 1, 3);
-  _useReferralsSupported = atLeast(major, minor, 1, 4);
+std::string ConfigurationRunnable::getTextForTlsMode(TlsMode mode) {
+  return QiveaAuthenticationCommand::getTextForTlsMode(mode);
 }
 
-bool ConfigurationRunnable::probeTlsMode() {
-  QIV_TRACE("TEST if TLS-mode is supported");
-  std::vector<std::string> args;
-  std::istringstream words(TLS_MODE_PROBE);
-  for (std::string word; words >> word;) args.push_back(word);
-  args.push_back(PREPARE);
-  try {
-    sendAuthentication(args);
-    _tlsModeSupported = true;
-    _tlsModeProbed = true;
-    return true;
-  } catch (const Qiv::QivException& e) {
-    QIV_LOG(4, "Tls-mode is not supported");
-    QIV_LOG(3, "Caught exception: %s", e.what());
-    _tlsModeProbed = false;
-    return false;
-  }
-}
+void ConfigurationRunnable::setQiveaCapabilities() { _authentication.setQiveaCapabilities(); }
 
-bool ConfigurationRunnable::getQiveaTlsModeSupport() const { return hasReadConfiguration() && _tlsModeSupported; }
+bool ConfigurationRunnable::probeTlsMode() { return _authentication.probeTlsMode(); }
+
+bool ConfigurationRunnable::getQiveaTlsModeSupport() const {
+  return hasReadConfiguration() && _authentication.isTlsModeSupported();
+}
 
 bool ConfigurationRunnable::hasReadConfiguration() const {
   const int state = getState();
   return state == STATE_READ_FAILED || state == STATE_LOOP_RUNNING || state == STATE_CONFIGURATION_SET;
 }
 
-std::vector<std::string> ConfigurationRunnable::getLdapCommandArgs() const {
-  Poco::Mutex::ScopedLock lock(_configurationMutex);
-  return _ldapCommandArgs;
-}
+std::vector<std::string> ConfigurationRunnable::getLdapCommandArgs() const { return _authentication.getLdapCommandArgs(); }
 
-const std::string& ConfigurationRunnable::getPasswordFilePath() const { return _passwordFilePath; }
+const std::string& ConfigurationRunnable::getPasswordFilePath() const { return _authentication.getPasswordFilePath(); }
 
 int ConfigurationRunnable::init(QivMgmtSpiInterfacePortal_1* portal, const std::string& ldapAuthenticationMethodDn,
                                 const char* config) {
@@ -1062,9 +896,11 @@ void ConfigurationRunnable::applyInitialConfiguration() {
       if (result != 0) QIV_LOG(3, "Failed to deregister LDAP SM in SEC AA FW: %d", result);
     } else if (unlocked && getState() == STATE_READING) {
       setDefaultConfiguration();
-      // Registering the service module is not available in this build.
-      QIV_LOG(3, "Failed to register LDAP SM in SEC AA FW: %d", -1);
-      setState(STATE_INVALID);
+      const int result = registerLdapModule();
+      if (result != 0) {
+        setState(STATE_INVALID);
+        QIV_LOG(3, "Failed to register LDAP SM in SEC AA FW: %d", result);
+      }
     }
   }
   if (!locked && !unlocked) {
@@ -1201,7 +1037,7 @@ int ConfigurationRunnable::ldapConfigurationUpdated(const LdapConfiguration* con
 int ConfigurationRunnable::updateCertsAndKey() {
   refreshCertificateFiles();
   const LdapConfiguration config = getLdapConfiguration();
-  // The security framework's path arrives with the service-module registration.
+  if (_usingSecAaFramework) return updateConfigurationUsingSecAA(config);
   const int prepared = prepareUpdateConfiguration(config);
   return prepared != 0 ? prepared : updateConfiguration(config);
 }
@@ -1210,12 +1046,12 @@ void ConfigurationRunnable::cipherReconfiguration(const std::string& filter) {
   QIV_TRACE(" >> ");
   assert(_tlsDnExists == true);
   const std::string newFilter = filter + CIPHER_STRENGTH_SUFFIX;
-  if (!_usingSecAaFramework && !_cipherFilterSupported) {
+  if (!_usingSecAaFramework && !_authentication.isCipherFilterSupported()) {
     QIV_TRACE("Qivea is not supported , not reconfiguring the cipher filter");
     return;
   }
   // The security framework always takes the cipher list.
-  if (_usingSecAaFramework) _cipherFilterSupported = true;
+  if (_usingSecAaFramework) _authentication.setCipherFilterSupported(true);
   LdapConfiguration config;
   {
     Poco::Mutex::ScopedLock lock(_configurationMutex);
@@ -1233,14 +1069,82 @@ void ConfigurationRunnable::cipherReconfiguration(const std::string& filter) {
   }
   QIV_TRACE("Reconfiguring with cipherFilter %s", newFilter.c_str());
   if (_usingSecAaFramework) {
-    QIV_LOG(3, "Re-applying through the security framework is not available in this build");
+    updateConfigurationUsingSecAA(config);
   } else if (prepareUpdateConfiguration(config) == 0) {
     updateConfiguration(config);
   }
   QIV_TRACE(" << ");
 }
 
+int ConfigurationRunnable::updateConfigurationUsingSecAA(const LdapConfiguration& config) {
+  Poco::Mutex::ScopedLock lock(_configurationMutex);
+  ldapConfigurationUpdated(&config);
+  if (config.administrativeState == UNLOCKED) {
+    QIV_TRACE("Configuration update, administrativeState UNLOCKED - register again Ldap Module");
+    return registerLdapModule();
+  }
+  if (config.administrativeState == LOCKED) {
+    QIV_TRACE("Configuration update, administrativeState LOCKED - deregister Ldap Module");
+    return deregisterLdapModule();
+  }
+  QIV_LOG(3, "Invalid administrativeState (%d)!", static_cast<int>(config.administrativeState));
+  return -1;
+}
+
+int ConfigurationRunnable::registerLdapModule() {
+  // A commit and the configuration thread never lay out the directory at the same time.
+  Poco::Mutex::ScopedLock lock(_configurationMutex);
+  std::string clearPath;
+  int result = _qivEa.getQivPsoClearPath(clearPath);
+  if (result != 0) {
+    QIV_LOG(3, "Failed to get PSO clear path (%d)", result);
+    return result;
+  }
+  const std::string directory = clearPath + SEC_ACS_DIRECTORY;
+  result = createAcsDirectory(directory);
+  if (result != 0) {
+    QIV_LOG(3, "Failed to create directory (%d)", result);
+    return result;
+  }
+  LdapConfigFileProducer producer;
+  result = createCertificateStorage(directory, producer);
+  if (result != 0) {
+    QIV_LOG(3, "Failed to create certificate storage (%d)", result);
+    return result;
+  }
+  const LdapConfiguration& config = _ldapConfiguration;
+  producer.setServiceModelPath(config.serviceModule);
+  QIV_TRACE("Setting service module to: %s ", config.serviceModule.c_str());
+  const std::string frameworkFile = directory + FRAMEWORK_FILE;
+  result = producer.writeSecAaConfig(frameworkFile, config);
+  if (result != 0) {
+    QIV_LOG(3, "Failed to write ACS Configuration file (%s) (%d)", frameworkFile.c_str(), result);
+    return result;
+  }
+  // The order is fixed: the service module gets its file only once the framework took its own.
+  result = _ldapMethod.registerLdapServiceModule(frameworkFile);
+  if (result != 0) {
+    QIV_LOG(3, "Failed to register service module (%d)", result);
+    return result;
+  }
+  const std::string serviceModuleFile = directory + SERVICE_MODULE_FILE;
+  result = producer.writeLdapSmConfig(serviceModuleFile, config);
+  if (result != 0)
+    QIV_LOG(3, "Failed to write LDAP service module configuration (%s) (%d)", serviceModuleFile.c_str(), result);
+  return result;
+}
+
 int ConfigurationRunnable::deregisterLdapModule() { return _ldapMethod.deregisterLdapServiceModule(); }
+
+int ConfigurationRunnable::createAcsDirectory(const std::string& path) { return _secAcsDirectory.createAcsDirectory(path); }
+
+int ConfigurationRunnable::createCertificateStorage(const std::string& dir, LdapConfigFileProducer& producer) {
+  return _secAcsDirectory.createCertificateStorage(dir, getLdapConfiguration(), producer);
+}
+
+int ConfigurationRunnable::copyCert(const std::string& source, const std::string& targetDir, std::string& copiedPath) {
+  return _secAcsDirectory.copyCert(source, targetDir, copiedPath);
+}
 
 bool ConfigurationRunnable::isRunning() const {
   const int state = getState();

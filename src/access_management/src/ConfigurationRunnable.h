@@ -2,8 +2,11 @@
 #define QIV_ACCESS_MANAGEMENT_CONFIGURATION_RUNNABLE_H
 
 #include "AmQivEaWrapper.h"
+#include "LdapConfigFileProducer.h"
 #include "LdapConfiguration.h"
 #include "LdapMethod.h"
+#include "QiveaAuthenticationCommand.h"
+#include "SecAcsDirectory.h"
 
 #include <PymMgmtSpiPortal.h>
 #include <Poco/Condition.h>
@@ -28,10 +31,12 @@ class MoAccessor;
 namespace QivAccessManagement {
 
 // Owns the component's LDAP configuration: reads it from the component file and the model,
-// validates it and keeps the current record. The record, the state and the MO references are
-// guarded by the configuration mutex; the marks (useTlsSet, baseDnSet, ldap20AttributesExist,
-// tlsDnExists, the migration mark, useQivAuthorization) are atomic flags, read by transaction,
-// interceptor and request threads while this thread sets them.
+// validates it, keeps the current record and applies it, through qivea
+// (QiveaAuthenticationCommand) or the security framework (SecAcsDirectory, LdapMethod). The
+// record, the state and the MO references are guarded by the configuration mutex; the marks
+// (useTlsSet, baseDnSet, ldap20AttributesExist, tlsDnExists, the migration mark,
+// useQivAuthorization) are atomic flags, read by transaction, interceptor and request threads
+// while this thread sets them.
 class ConfigurationRunnable : public Poco::Runnable {
  public:
   // The thread's progress, as getState() reports it.
@@ -82,9 +87,28 @@ class ConfigurationRunnable : public Poco::Runnable {
   // TLS is in use and the back end takes it, applies the configuration again. Only while the Tls
   // MO exists. The configuration thread or the event router's thread.
   void cipherReconfiguration(const std::string& filter);
-  // Re-applies the configuration with the node's new certificate files.
+  // Re-applies the configuration with the node's new certificate files, through the security
+  // framework when it is in use, else through qivea. The result of the re-apply.
   int updateCertsAndKey();
+
+  // Applying a configuration through the security framework. All of it runs under the
+  // configuration mutex, the runs of qivea and "acs-config-update" included; SecAcsDirectory
+  // does the directory and certificate-store work.
+  // Takes config as the current record; UNLOCKED registers the LDAP service module again,
+  // LOCKED deregisters it. That step's result (-1 for any other state).
+  int updateConfigurationUsingSecAA(const LdapConfiguration& config);
+  // Lays out "sec-acs" below qivea's PSO clear path for the current record: the directory, the
+  // certificate store, the framework file "LdapSecAa.cfg", its registration, and only then the
+  // service module's file "LdapSm.cfg". 0, or the failing step's code after its message; what
+  // was written before stays.
+  int registerLdapModule();
+  // Takes the LDAP service module's registration back: 0, -1, or -2 without the framework.
   int deregisterLdapModule();
+  // The steps of registerLdapModule (see SecAcsDirectory); createCertificateStorage copies the
+  // current record's files.
+  int createAcsDirectory(const std::string& path);
+  int createCertificateStorage(const std::string& dir, LdapConfigFileProducer& producer);
+  int copyCert(const std::string& source, const std::string& targetDir, std::string& copiedPath);
 
   // Framework interfaces the runnable may use: the thread context for operator messages and
   // the crypto service ("PymMwSpiCrypto") for the bind password. Borrowed; they must outlive the
@@ -171,25 +195,16 @@ class ConfigurationRunnable : public Poco::Runnable {
   // True when role queries use the component's own LDAP client.
   bool getUseQivAuthorization() const;
 
-  // Applying a configuration through the adaptation command. The command line built last, kept
-  // from the dry run of a transaction's prepare until its commit.
-  // Builds the "authentication ldap --prepare ..." command line for config into ldapCommandArgs.
-  void prepareLdapCommand(const LdapConfiguration& config);
-  // The dry run ("--prepare"): 0, or -6 when qivea refused or could not be run.
-  int prepareUpdateConfiguration(const LdapConfiguration& config);
-  // The real command (the prepared line without "--prepare", or the default method when
-  // LOCKED), with the bind password in the password file when qivea takes one: 0 or -7.
-  int updateConfiguration(const LdapConfiguration& config);
-  // Switches the node to the default method: 0 or -7.
-  int setDefaultConfiguration();
-  // Removes the first element equal to text.
-  static void eraseArgument(std::vector<std::string>& args, const std::string& text);
-  // "--tls-mode=LDAPS" for LDAPS, empty for STARTTLS (qivea's default).
-  static std::string getTextForTlsMode(TlsMode mode);
-  // Sets what qivea accepts from its SPI revision ("1.0.0" when it cannot be asked).
+  // Applying a configuration through the adaptation command: entry points of
+  // QiveaAuthenticationCommand, which does the work and describes each.
   void setQiveaCapabilities();
-  // Asks qivea whether it takes "--tls-mode=LDAPS"; false (logged) when it refuses.
   bool probeTlsMode();
+  void prepareLdapCommand(const LdapConfiguration& config);
+  int prepareUpdateConfiguration(const LdapConfiguration& config);  // 0 or -6
+  int updateConfiguration(const LdapConfiguration& config);         // 0 or -7
+  int setDefaultConfiguration();                                     // 0 or -7
+  static void eraseArgument(std::vector<std::string>& args, const std::string& text);
+  static std::string getTextForTlsMode(TlsMode mode);
   // The probe's answer, once the configuration has been read; false before.
   bool getQiveaTlsModeSupport() const;
   // True once the initial read has ended (failed, looping or done).
@@ -232,13 +247,6 @@ class ConfigurationRunnable : public Poco::Runnable {
   // The record's certificate files from the security API.
   void refreshCertificateFiles();
 
-  // One URI argument of the command line for address.
-  std::string uriArgument(const std::string& address, const LdapConfiguration& config) const;
-  // Sends args through qivea's "authentication" command; throws Qiv::QivException.
-  void sendAuthentication(const std::vector<std::string>& args) const;
-  // Writes the bind password for qivea, readable by the owner only; false when that failed.
-  bool writePasswordFile(const std::string& password) const;
-
   // Recursive: applying a configuration hands the record on under this lock.
   mutable Poco::Mutex _configurationMutex;
   LdapConfiguration _ldapConfiguration;
@@ -255,14 +263,7 @@ class ConfigurationRunnable : public Poco::Runnable {
   std::atomic<bool> _tlsDnExists;
   std::atomic<bool> _useQivAuthorization;
   AmQivEaWrapper _qivEa;
-  std::vector<std::string> _ldapCommandArgs;
-  const std::string _passwordFilePath;
-  bool _passwordFileSupported;
-  bool _cipherFilterSupported;
-  bool _caCertDirSupported;
-  bool _useReferralsSupported;
-  bool _tlsModeSupported;
-  bool _tlsModeProbed;
+  QiveaAuthenticationCommand _authentication;
 
   QivMgmtSpiInterfacePortal_1* _portal;
   std::string _componentConfiguration;
@@ -277,6 +278,7 @@ class ConfigurationRunnable : public Poco::Runnable {
   std::atomic<bool> _usingSecAaFramework;
   Qiv::SecApi _secApi;
   LdapMethod _ldapMethod;
+  SecAcsDirectory _secAcsDirectory;
 };
 
 }  // namespace QivAccessManagement

@@ -1,10 +1,9 @@
 #include "LdapMethod.h"
 
-#include <Poco/Environment.h>
+#include "SpawnedProcess.h"
+
 #include <Poco/Exception.h>
-#include <Poco/Path.h>
 #include <Poco/Pipe.h>
-#include <Poco/Process.h>
 #include <Qiv/LoggingWrapper.h>
 #include <poll.h>
 
@@ -87,15 +86,11 @@ int LdapMethod::changeRegistration(const std::vector<std::string>& args, const c
 }
 
 int LdapMethod::runTool(const std::vector<std::string>& args, std::string& errorOutput) {
-  // Poco reports a program that cannot be found only through the child's exit status, so the
-  // search path is looked at first.
-  Poco::Path found;
-  if (!Poco::Path::find(Poco::Environment::get("PATH"), kTool, found)) throw Poco::FileNotFoundException(kTool);
   Poco::Pipe outPipe;
   Poco::Pipe errPipe;
-  Poco::ProcessHandle process = Poco::Process::launch(kTool, args, nullptr, &outPipe, &errPipe);
+  SpawnedProcess tool(kTool, args, outPipe, errPipe);
   drain(outPipe, errPipe, errorOutput);
-  return process.wait();
+  return tool.wait();
 }
 
 }  // namespace QivAccessManagement

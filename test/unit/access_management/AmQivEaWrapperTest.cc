@@ -2,6 +2,7 @@
 
 #include "Eventually.h"
 #include "FrameworkTestBase.h"
+#include "InheritableDescriptors.h"
 #include "QiveaStandIn.h"
 #include "ScopedEnvironmentVariable.h"
 
@@ -479,6 +480,17 @@ TEST_F(AmQivEaWrapperTest, ThousandInvocationsLeaveNoDescriptorThreadOrChild) {
   EXPECT_EQ(descriptors, entries("/proc/self/fd"));
   EXPECT_EQ(threads, entries("/proc/self/task"));
   EXPECT_TRUE(hasNoChild());
+}
+
+TEST_F(AmQivEaWrapperTest, ChildFindsOnlyTheStandardDescriptorsOpen) {
+  const InheritableDescriptors inheritable;
+  ASSERT_TRUE(inheritable.areInheritable());
+  qivea.recordDescriptors();
+  std::string output;
+  ASSERT_EQ(0, wrapper.invoke({"spi-revision"}, output, NO_TIMEOUT_MS));
+  qivea.answer("spi-revision", 1, "", "failed\n");
+  ASSERT_EQ(-1, wrapper.invoke({"spi-revision"}, output, NO_TIMEOUT_MS));
+  EXPECT_EQ(std::vector<std::string>(2, "0 1 2\n"), qivea.descriptorRecords());
 }
 
 TEST_F(AmQivEaWrapperTest, TimedOutInvocationLeavesNoDescriptorThreadOrChild) {

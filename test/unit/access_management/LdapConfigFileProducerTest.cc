@@ -1,6 +1,7 @@
 #include "LdapConfigFileProducer.h"
 
 #include "FrameworkTestBase.h"
+#include "NssWrapperGroups.h"
 
 #include <Poco/File.h>
 #include <Poco/TemporaryFile.h>
@@ -9,18 +10,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
 #include <fstream>
 #include <iterator>
 #include <ostream>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include <grp.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 using namespace QivAccessManagement;
@@ -186,24 +182,6 @@ mode_t permissions(const std::string& path) {
   return status.st_mode & 07777;
 }
 
-bool hostHasOamGroup() { return ::getgrnam("system-oam") != nullptr; }
-
-// Runs body on a thread of its own whose mount namespace shows groupFile as /etc/group, so that
-// the group database changes for that thread only and the host's is never touched. False, with
-// body not run, when the process may not make mount namespaces (it is not root).
-bool runWithGroupFile(const std::string& groupFile, const std::function<void()>& body) {
-  bool isolated = false;
-  std::thread thread([&] {
-    // Private propagation first, or the bind mount would show in the host's namespace too. The
-    // kernel ignores the file system type of both calls; "none" only keeps checkers quiet.
-    isolated = ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0 &&
-               ::mount(groupFile.c_str(), "/etc/group", "none", MS_BIND, nullptr) == 0;
-    if (isolated) body();
-  });
-  thread.join();
-  return isolated;
-}
-
 // Takes text into its buffer but cannot pass it on, like a full disk.
 class UnsyncableBuffer : public std::stringbuf {
  protected:
@@ -248,19 +226,27 @@ class LdapConfigFileProducerTest : public FrameworkTestBase {
   Poco::TemporaryFile _directory;
 };
 
-TEST_F(LdapConfigFileProducerTest, SecAaFileOfAFullConfigurationLineByLine) {
+// The "override_gid" line reads the group database: these tests run again where libnss-wrapper
+// shows them a database of their own.
+class LdapConfigFileProducerGroupTest : public LdapConfigFileProducerTest {
+ protected:
+  NssWrapperGroups groups;
+};
+
+TEST_F(LdapConfigFileProducerGroupTest, SecAaFileOfAFullConfigurationLineByLine) {
+  groups.addGroup("system-oam", 4242, "oam");
+  if (groups.rerunWithDatabases()) return;
   const std::string file = path("LdapSecAa.cfg");
   const LdapConfiguration config = fullConfiguration();
   LdapConfigFileProducer producer = fullProducer();
-  const group* oam = ::getgrnam("system-oam");
-  const std::string overrideGid = oam ? "override_gid = " + std::to_string(oam->gr_gid) : std::string();
-  const std::string expected = kExpectedSecAaBeforeOverrideGid + overrideGid + "\n" + kExpectedSecAaAfterOverrideGid;
+  const std::string expected = kExpectedSecAaBeforeOverrideGid + std::string("override_gid = 4242\n") +
+                               kExpectedSecAaAfterOverrideGid;
   ASSERT_EQ(61u, lineCount(expected));
 
   ASSERT_EQ(0, producer.writeSecAaConfig(file, config));
 
   expectSameLines(expected, fileText(file));
-  EXPECT_EQ(oam ? 0u : 1u, log().count(4, kOamGroupMissing));
+  EXPECT_EQ(0u, log().count(4, kOamGroupMissing));
 }
 
 TEST_F(LdapConfigFileProducerTest, LdapSmFileOfAFullConfigurationLineByLine) {
@@ -602,24 +588,21 @@ TEST_F(LdapConfigFileProducerTest, ServiceModulePathFromConstructionOrSetter) {
   EXPECT_EQ("", expand(config, "<!serviceModulePath!>"));
 }
 
-TEST_F(LdapConfigFileProducerTest, OverrideGidIsEmptyWithAWarningWithoutTheOamGroup) {
-  if (hostHasOamGroup()) GTEST_SKIP() << "this host has a group system-oam";
+TEST_F(LdapConfigFileProducerGroupTest, OverrideGidIsEmptyWithAWarningWithoutTheOamGroup) {
+  if (groups.rerunWithDatabases()) return;
 
   EXPECT_EQ("[]", expand(LdapConfiguration(), "[<!overrideGid!>]"));
 
   EXPECT_EQ(1u, log().count(4, kOamGroupMissing));
 }
 
-TEST_F(LdapConfigFileProducerTest, OverrideGidOfTheOamGroup) {
-  Poco::TemporaryFile groupFile;
-  std::ofstream(groupFile.path()) << "staff:x:50:\nsystem-oam:x:4242:oam\n";
-  std::string text;
+TEST_F(LdapConfigFileProducerGroupTest, OverrideGidOfTheOamGroup) {
+  groups.addGroup("staff", 50);
+  groups.addGroup("system-oam", 4242, "oam");
+  if (groups.rerunWithDatabases()) return;
 
-  const bool isolated =
-      runWithGroupFile(groupFile.path(), [&text] { text = expand(LdapConfiguration(), "[<!overrideGid!>]"); });
+  EXPECT_EQ("[override_gid = 4242]", expand(LdapConfiguration(), "[<!overrideGid!>]"));
 
-  if (!isolated) GTEST_SKIP() << "showing a group database of the test's own needs root (a mount namespace)";
-  EXPECT_EQ("[override_gid = 4242]", text);
   EXPECT_EQ(0u, log().count(4, kOamGroupMissing));
 }
 

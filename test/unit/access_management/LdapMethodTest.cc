@@ -11,6 +11,7 @@
 
 #include "AcsConfigUpdateStandIn.h"
 #include "FrameworkTestBase.h"
+#include "InheritableDescriptors.h"
 
 namespace {
 
@@ -19,13 +20,16 @@ typedef std::vector<std::vector<std::string>> Calls;
 const int kTrace = 8;
 const std::vector<std::string> kHelp = {"--help"};
 const std::vector<std::string> kDeregister = {"--deregister", "LdapAuthenticationMethod"};
+// The smallest file the stand-in takes for a registration: a framework file.
+const char kFrameworkFile[] =
+    "[GENERAL]\nVERSION = ACS_IFREG-1\n[SSSD]\nldap_uri = ldap://ldap.example.com:389\n[UAI_SERVICE_MODULE]\n";
 
 class LdapMethodTest : public FrameworkTestBase {
  protected:
   LdapMethodTest() : acs(ACS_CONFIG_UPDATE_PROGRAM) {}
 
   // A framework configuration file with content, to be registered.
-  std::string writeConfigFile(const std::string& content) {
+  std::string writeConfigFile(const std::string& content = kFrameworkFile) {
     std::ofstream(configFile.path()) << content;
     return configFile.path();
   }
@@ -58,7 +62,7 @@ TEST_F(LdapMethodTest, WithoutTheToolTheAvailabilityCheckFailsThroughTheExceptio
 }
 
 TEST_F(LdapMethodTest, WithoutTheToolRegistrationGivesMinusTwo) {
-  const std::string path = writeConfigFile("ldap");
+  const std::string path = writeConfigFile();
   acs.uninstall();
   EXPECT_EQ(-2, method.registerLdapServiceModule(path));
   EXPECT_EQ(1u, log().count(kTrace, " >> Registering ldap method in AA framework using " + path));
@@ -94,16 +98,16 @@ TEST_F(LdapMethodTest, HelpExitingAboveOneMeansNotAvailable) {
 }
 
 TEST_F(LdapMethodTest, RegistrationHandsTheFileToTheTool) {
-  const std::string path = writeConfigFile("ldapServer=ldap.example.com\n");
+  const std::string path = writeConfigFile();
   EXPECT_EQ(0, method.registerLdapServiceModule(path));
   EXPECT_EQ(Calls({kHelp, registerCall(path)}), acs.calls());
   EXPECT_EQ("registered " + path, acs.state());
-  EXPECT_EQ("ldapServer=ldap.example.com\n", acs.registeredCopy());
+  EXPECT_EQ(kFrameworkFile, acs.registeredCopy());
   EXPECT_EQ(1u, log().count(kTrace, " >> Registering ldap method in AA framework using " + path));
 }
 
 TEST_F(LdapMethodTest, RefusedRegistrationLogsTheToolsStandardError) {
-  const std::string path = writeConfigFile("ldap");
+  const std::string path = writeConfigFile();
   acs.script("register", 1, "LdapAuthenticationMethod: invalid configuration", "ignored");
   EXPECT_EQ(-1, method.registerLdapServiceModule(path));
   EXPECT_EQ(1u, log().count(6,
@@ -122,25 +126,34 @@ TEST_F(LdapMethodTest, RegistrationOfAMissingFileIsRefusedByTheTool) {
                                 path + "\n"));
 }
 
+TEST_F(LdapMethodTest, RegistrationOfAFileThatIsNoFrameworkFileIsRefusedByTheTool) {
+  const std::string path = writeConfigFile("ldapServer=ldap.example.com\n");
+  EXPECT_EQ(-1, method.registerLdapServiceModule(path));
+  EXPECT_EQ(1u, log().count(6,
+                            "Registering LDAP service module in ACS SDK failed (1) output: acs-config-update: " + path +
+                                " is no LDAP framework file: line 1: text before the first section\n"));
+  EXPECT_EQ("", acs.state());
+}
+
 TEST_F(LdapMethodTest, RegistrationLogsOnlyTheFirst8192BytesOfStandardError) {
   std::string errorOutput;
   while (errorOutput.size() < 100000) errorOutput += std::to_string(errorOutput.size()) + " ";
   acs.script("register", 4, errorOutput, std::string(100000, 'o'));
-  EXPECT_EQ(-1, method.registerLdapServiceModule(writeConfigFile("ldap")));
+  EXPECT_EQ(-1, method.registerLdapServiceModule(writeConfigFile()));
   EXPECT_EQ(1u, log().count(
                     6, "Registering LDAP service module in ACS SDK failed (4) output: " + errorOutput.substr(0, 8192)));
 }
 
 TEST_F(LdapMethodTest, RegistrationWithoutTheFrameworkGivesMinusTwo) {
   acs.script("help", 2);
-  EXPECT_EQ(-2, method.registerLdapServiceModule(writeConfigFile("ldap")));
+  EXPECT_EQ(-2, method.registerLdapServiceModule(writeConfigFile()));
   EXPECT_EQ(Calls({kHelp}), acs.calls());
 }
 
 TEST_F(LdapMethodTest, ToolVanishingBeforeRegistrationIsAPocoException) {
   acs.setDelay("help", 200);
   std::future<int> result =
-      std::async(std::launch::async, [&] { return method.registerLdapServiceModule(writeConfigFile("ldap")); });
+      std::async(std::launch::async, [&] { return method.registerLdapServiceModule(writeConfigFile()); });
   ASSERT_TRUE(waitForCalls(1));
   acs.uninstall();
   EXPECT_EQ(-1, result.get());
@@ -150,8 +163,16 @@ TEST_F(LdapMethodTest, ToolVanishingBeforeRegistrationIsAPocoException) {
   EXPECT_EQ(Calls({kHelp}), acs.calls());
 }
 
+TEST_F(LdapMethodTest, ToolFindsOnlyTheStandardDescriptorsOpen) {
+  const InheritableDescriptors inheritable;
+  ASSERT_TRUE(inheritable.areInheritable());
+  acs.recordDescriptors();
+  ASSERT_EQ(0, method.registerLdapServiceModule(writeConfigFile()));
+  EXPECT_EQ(std::vector<std::string>(2, "0 1 2\n"), acs.descriptorRecords());
+}
+
 TEST_F(LdapMethodTest, DeregistrationTakesTheRegistrationBack) {
-  const std::string path = writeConfigFile("ldap");
+  const std::string path = writeConfigFile();
   ASSERT_EQ(0, method.registerLdapServiceModule(path));
   EXPECT_EQ(0, method.deregisterLdapServiceModule());
   EXPECT_EQ(Calls({kHelp, registerCall(path), kHelp, kDeregister}), acs.calls());

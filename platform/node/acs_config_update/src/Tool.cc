@@ -1,6 +1,10 @@
 #include "Tool.h"
 
+#include "FrameworkFile.h"
+
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 namespace AcsConfigUpdate {
@@ -12,7 +16,9 @@ const char kUsage[] =
     "       acs-config-update --register <method> -f <file>\n"
     "       acs-config-update --deregister <method>\n"
     "Registers an authentication method with the security framework.\n"
-    "Methods: LdapAuthenticationMethod\n";
+    "Methods: LdapAuthenticationMethod\n"
+    "The file must be the framework's LDAP file: [GENERAL] with VERSION = ACS_IFREG-1, [SSSD] with\n"
+    "ldap_uri, then [UAI_SERVICE_MODULE] naming the module.\n";
 
 // The name scripts use: "help", "register" or "deregister"; empty for anything else.
 std::string subcommandOf(const std::vector<std::string>& args) {
@@ -44,8 +50,15 @@ int Tool::run(const std::vector<std::string>& args, std::ostream& out, std::ostr
 
 int Tool::registerMethod(const std::string& method, const std::string& configFile, std::ostream& err) const {
   if (!isKnownMethod(method, err)) return 1;
-  if (!std::filesystem::is_regular_file(configFile)) {
+  std::ifstream file(configFile, std::ios::binary);
+  if (!std::filesystem::is_regular_file(configFile) || !file) {
     err << "acs-config-update: cannot read configuration file " << configFile << '\n';
+    return 1;
+  }
+  const std::string reason =
+      FrameworkFile::check(std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()));
+  if (!reason.empty()) {
+    err << "acs-config-update: " << configFile << " is no LDAP framework file: " << reason << '\n';
     return 1;
   }
   _home.keepRegistration(method, configFile);

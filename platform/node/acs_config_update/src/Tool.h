@@ -12,7 +12,8 @@ namespace AcsConfigUpdate {
 // The security framework's registration tool as a healthy node answers it, unless its home
 // scripts another answer:
 //   --help                                         usage on standard output, 0
-//   --register LdapAuthenticationMethod -f <file>  1 when the file cannot be read, else 0
+//   --register LdapAuthenticationMethod -f <file>  1 when the file cannot be read or is no LDAP
+//                                                  framework file (FrameworkFile), else 0
 //   --deregister LdapAuthenticationMethod          0, registered or not
 // An unknown method gives 1, any other command line the usage on standard error and 2.
 class Tool {

@@ -1,5 +1,7 @@
 #include "ToolHome.h"
 
+#include "OpenDescriptors.h"
+
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +21,8 @@ ToolHome::ToolHome() {
 
 void ToolHome::recordCall(const std::vector<std::string>& args) const {
   if (_home.empty()) return;
+  // Asked for by creating the directory; taken before this program opens anything itself.
+  const std::string descriptors = exists("descriptors") ? openDescriptors() : std::string();
   std::string record;
   for (const std::string& arg : args) record.append(arg).push_back('\0');
   std::filesystem::create_directories(path("calls"));
@@ -32,6 +36,7 @@ void ToolHome::recordCall(const std::vector<std::string>& args) const {
     ++number;
   }
   std::filesystem::remove(written);
+  if (!descriptors.empty()) std::ofstream(path("descriptors/" + std::to_string(number))) << descriptors << '\n';
 }
 
 std::chrono::milliseconds ToolHome::delay(const std::string& subcommand) const {

@@ -11,6 +11,7 @@ namespace AcsConfigUpdate {
 // The directory that ACS_CONFIG_UPDATE_HOME names, where the stand-in records its calls, reads
 // what a test or a person scripted and keeps its registration. Its files:
 //   calls/<n>        one file per call, numbered from 1: the arguments, each ended by a NUL byte
+//   descriptors/<n>  when the directory exists: the descriptors call <n> found open ("0 1 2")
 //   <sub>.delay      milliseconds to wait before answering (sub: help, register, deregister)
 //   <sub>.exit       present: answer with that exit status, writing <sub>.stdout and
 //                    <sub>.stderr as they are, and do nothing else

@@ -1,6 +1,7 @@
 #include "CallLog.h"
 
 #include "Files.h"
+#include "OpenDescriptors.h"
 
 #include <cstdio>
 #include <ctime>
@@ -26,6 +27,10 @@ std::string callName() {
 }  // namespace
 
 void CallLog::record(const std::vector<std::string>& args) const {
+  const std::string name = callName();
+  // Asked for by creating the directory; taken before this program opens anything itself.
+  const std::string descriptors = _home.file("descriptors");
+  if (exists(descriptors)) writeFileAtomically(descriptors + "/" + name, openDescriptors() + "\n", PRIVATE_FILE_MODE);
   std::string content;
   for (const std::string& arg : args) {
     content += arg;
@@ -33,7 +38,7 @@ void CallLog::record(const std::vector<std::string>& args) const {
   }
   const std::string directory = _home.file("calls");
   makeDirectories(directory, PRIVATE_DIRECTORY_MODE);
-  writeFileAtomically(directory + "/" + callName(), content, PRIVATE_FILE_MODE);
+  writeFileAtomically(directory + "/" + name, content, PRIVATE_FILE_MODE);
 }
 
 }  // namespace Qivea

@@ -11,6 +11,7 @@
 #include "SpiRevision.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <optional>
 #include <string>
@@ -25,7 +26,8 @@ const char USAGE[] =
     "\n"
     "Stand-in for the node's external adaptation program. Commands:\n"
     "  spi-revision                    print the SPI revision ($QIVEA_SPI_REVISION, default 1.4.0)\n"
-    "  pso clear                       create and print the PSO clear directory, $QIVEA_HOME/pso/clear\n"
+    "  pso clear                       create and print the PSO clear directory: $QIVEA_PSO_CLEAR,\n"
+    "                                  default $QIVEA_HOME/pso/clear\n"
     "  authentication ldap [--prepare] [--uri=ldap[s]://host[:port]]... [--useTls] [--tls-mode=LDAPS|STARTTLS]\n"
     "      [--cipherFilter=...] [--useReferrals] --base-dn=... --login-attribute=... [--bind-dn=...]\n"
     "      [--bind-password=...|--password-file=...] [--tls-ca-certificate=...|--tls-ca-cert-directory=...]\n"
@@ -63,7 +65,8 @@ int dispatch(const Qivea::QiveaHome& home, const std::vector<std::string>& args)
     return 0;
   }
   if (command == "pso" && rest.size() == 1 && rest[0] == "clear") {
-    const std::string directory = home.file("pso/clear");
+    const char* named = std::getenv("QIVEA_PSO_CLEAR");
+    const std::string directory = named != nullptr && *named != '\0' ? named : home.file("pso/clear");
     Qivea::makeDirectories(directory, PSO_DIRECTORY_MODE);
     Qivea::writeAll(STDOUT_FILENO, directory + "\n");
     return 0;
