@@ -13,6 +13,9 @@
 // captured and nothing echoed.
 class FrameworkTestBase : public ::testing::Test {
  protected:
+  // The level at which the framework records traces.
+  static const int TRACE_LEVEL = 8;
+
   explicit FrameworkTestBase(const std::string& model = "ldap20.xml") : _framework(options(model)) {}
 
   static std::string fixtureModel(const std::string& name) { return std::string(QIV_FIXTURES_DIR) + "/models/" + name; }
@@ -27,6 +30,15 @@ class FrameworkTestBase : public ::testing::Test {
         static_cast<PymMgmtSpiInterfacePortal_3*>(_framework.accessor()->getPortal("3"));
     portal->getInterface("PymMgmtSpiThreadContextService", "PymMgmtSpiThreadContext", "2", &result);
     return result;
+  }
+
+  // Every log line below trace level, in order, as "LEVEL method: text".
+  std::vector<std::string> logLines() {
+    std::vector<std::string> lines;
+    for (const Framework::LogRecord& record : log().records()) {
+      if (record.level < TRACE_LEVEL) lines.push_back(std::to_string(record.level) + " " + record.method + ": " + record.text);
+    }
+    return lines;
   }
 
   // What reached the operator outside any transaction, in order.

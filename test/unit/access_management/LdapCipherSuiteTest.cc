@@ -19,7 +19,6 @@ namespace {
 typedef std::vector<std::string> Strings;
 typedef std::list<std::string> Lines;
 
-const int kTrace = 8;
 const char kDefaultFilter[] = "ALL:!aNULL:!eNULL:@STRENGTH";
 // The server's certificate has an EC key; its only suite is
 // TLS_ECDHE_ECDSA_AES_128_GCM_SHA256 under TLS 1.2.
@@ -31,14 +30,6 @@ const char kOtherSuite[] = "ECDHE-ECDSA-AES256-GCM-SHA384";
 class LdapCipherSuiteTest : public FrameworkTestBase {
  protected:
   // Records below trace level, as "level method: text".
-  Strings logLines() {
-    Strings texts;
-    for (const Framework::LogRecord& record : log().records()) {
-      if (record.level < kTrace) texts.push_back(std::to_string(record.level) + " " + record.method + ": " + record.text);
-    }
-    return texts;
-  }
-
   LdapTlsWrapper wrapper;
 };
 

@@ -158,15 +158,6 @@ class LdapTlsWrapperTest : public FrameworkTestBase {
   }
 
   // Records below trace level, as "level method: text".
-  Strings logLines() {
-    Strings texts;
-    for (const Framework::LogRecord& record : log().records()) {
-      if (record.level < kTrace)
-        texts.push_back(std::to_string(record.level) + " " + record.method + ": " + record.text);
-    }
-    return texts;
-  }
-
   LibldapDefaults defaults;
   LdapTlsWrapper wrapper;
 };
