@@ -24,6 +24,9 @@ class SecCreduStandIn {
 
   void setAvailable(bool available) { setPresent("unavailable", !available); }
   void setSubscribeFails(bool fails) { setPresent("subscribe-fails", fails); }
+  // A broken channel: the next dispatch closes the session's event descriptor, whose number the
+  // library still hands out.
+  void setEventChannelBroken(bool broken) { setPresent("event-channel-broken", broken); }
   void setNodeCertFileName(const std::string& name) { write("node-cert-file", name + "\n"); }
   void setNodeKeyFileName(const std::string& name) { write("node-key-file", name + "\n"); }
   void setTrustCatDirName(const std::string& name) { write("trust-category-dir", name + "\n"); }

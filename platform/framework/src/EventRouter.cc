@@ -59,11 +59,12 @@ PymReturnT EventRouter::registerConsumer(QivOamSpiEventConsumer_1* consumer, uns
 }
 
 PymReturnT EventRouter::addSubscription(unsigned long handle, const char* eventType, PymNameValuePair** filter) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  if (const std::optional<PymReturnT> answer = _addSubscriptionAnswers.take()) return *answer;
   if (eventType == nullptr) return PymInvalidParameter;
   Subscription subscription{eventType, {}};
   for (PymNameValuePair** pair = filter; pair != nullptr && *pair != nullptr; ++pair)
     subscription.filter.emplace_back(CString::orEmpty((*pair)->name), CString::orEmpty((*pair)->value));
-  std::lock_guard<std::mutex> lock(_mutex);
   const auto found = _consumers.find(handle);
   if (found == _consumers.end()) return PymNotExist;
   found->second.subscriptions.push_back(subscription);
@@ -93,6 +94,11 @@ void EventRouter::deliver(const PymOamSpiCmEvent_Notification_1& notification) {
 std::size_t EventRouter::consumerCount() const {
   std::lock_guard<std::mutex> lock(_mutex);
   return _consumers.size();
+}
+
+void EventRouter::answerNextAddSubscription(PymReturnT code) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  _addSubscriptionAnswers.push(code);
 }
 
 std::vector<PymMgmtSpiInterface_1*> EventRouter::interfaces() { return {&routerTable.base}; }

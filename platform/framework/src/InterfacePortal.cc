@@ -73,6 +73,12 @@ PymReturnT InterfacePortal::getInterface(const char* componentName, const char* 
                                          const char* interfaceVersion, PymMgmtSpiInterface_1** result) const {
   if (interfaceName == nullptr || result == nullptr) return PymInvalidParameter;
   std::lock_guard<std::mutex> lock(_mutex);
+  if (interfaceVersion != nullptr) {
+    const auto scripted = _interfaceAnswers.find({interfaceName, interfaceVersion});
+    if (scripted != _interfaceAnswers.end()) {
+      if (const std::optional<PymReturnT> answer = scripted->second.take()) return *answer;
+    }
+  }
   for (const Offer& offer : _offers) {
     if (matches(offer, componentName, interfaceName, interfaceVersion)) {
       *result = offer.table;
@@ -192,6 +198,12 @@ void InterfacePortal::answerNextRegisterComponent(PymReturnT code) {
 void InterfacePortal::answerNextGetImplementations(PymReturnT code) {
   std::lock_guard<std::mutex> lock(_mutex);
   _implementationsAnswers.push(code);
+}
+
+void InterfacePortal::answerNextGetInterface(const std::string& interfaceName, const std::string& interfaceVersion,
+                                             PymReturnT code) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  _interfaceAnswers[{interfaceName, interfaceVersion}].push(code);
 }
 
 bool InterfacePortal::addInterface(PymMgmtSpiInterface_1* table) {

@@ -11,8 +11,7 @@ namespace {
 PymReturnT addMessage(int messageKind, const char* message) {
   return ManagementFramework::withCurrent([&](ManagementFramework& framework) -> PymReturnT {
     if (message == nullptr) return PymInvalidParameter;
-    framework.threadContext().addMessage(messageKind, message);
-    return PymOk;
+    return framework.threadContext().addMessage(messageKind, message);
   });
 }
 
@@ -21,9 +20,11 @@ PymMgmtSpiThreadContext_2 threadContextTable = {
 
 }  // namespace
 
-void ThreadContext::addMessage(int kind, const std::string& text) {
+PymReturnT ThreadContext::addMessage(int kind, const std::string& text) {
   std::lock_guard<std::mutex> lock(_mutex);
+  if (const std::optional<PymReturnT> answer = _addAnswers.take()) return *answer;
   _messages.push_back(ContextMessage{CurrentTransaction::get(), kind, text});
+  return PymOk;
 }
 
 std::vector<ContextMessage> ThreadContext::messages(unsigned long txHandle) const {
@@ -43,6 +44,11 @@ std::vector<ContextMessage> ThreadContext::allMessages() const {
 void ThreadContext::clear() {
   std::lock_guard<std::mutex> lock(_mutex);
   _messages.clear();
+}
+
+void ThreadContext::answerNextAddMessage(PymReturnT code) {
+  std::lock_guard<std::mutex> lock(_mutex);
+  _addAnswers.push(code);
 }
 
 std::vector<PymMgmtSpiInterface_1*> ThreadContext::interfaces() { return {&threadContextTable.base}; }

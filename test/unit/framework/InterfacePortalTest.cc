@@ -191,6 +191,22 @@ TEST_F(PortalTables, RegisterComponentCanBeToldToRefuse) {
   EXPECT_EQ(2u, framework->portal().registerComponentCalls());
 }
 
+TEST_F(PortalTables, ALookUpCanBeToldToFailWithACodeOfItsOwn) {
+  framework->portal().answerNextGetInterface("PymOamSpiTransactionMaster", "2", -7);
+  PymMgmtSpiInterface_1 untouched = {"x", "y", "z"};
+  PymMgmtSpiInterface_1* found = &untouched;
+  // Another interface, or another version of it, is found as before.
+  EXPECT_EQ(PymOk, portal->getInterface(nullptr, "PymOamSpiTransaction", "2", &found));
+  EXPECT_STREQ("PymOamSpiTransaction", found->interfaceName);
+  found = &untouched;
+  EXPECT_EQ(PymNotExist, portal->getInterface(nullptr, "PymOamSpiTransactionMaster", "1", &found));
+  EXPECT_EQ(-7, portal->getInterface("PymOamSpiTransactionService", "PymOamSpiTransactionMaster", "2", &found));
+  EXPECT_EQ(&untouched, found);
+  // One answer per call.
+  EXPECT_EQ(PymOk, portal->getInterface("PymOamSpiTransactionService", "PymOamSpiTransactionMaster", "2", &found));
+  EXPECT_STREQ("PymOamSpiTransactionMaster", found->interfaceName);
+}
+
 TEST_F(PortalTables, StartChecksDependenciesAndStopGoesInReverse) {
   FakeComponent ready(0, "Ready");
   ready.addDependency("QivMgmtSpiPortalService", "QivMgmtSpiInterfacePortal", "1");

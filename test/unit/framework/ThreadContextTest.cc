@@ -85,6 +85,16 @@ TEST_F(ThreadContextTable, NullMessageIsRefused) {
   EXPECT_TRUE(framework->threadContext().allMessages().empty());
 }
 
+TEST_F(ThreadContextTable, ARefusedMessageIsNotFiled) {
+  framework->threadContext().answerNextAddMessage(-7);
+  EXPECT_EQ(-7, context->addMessage(PymThreadContextMessageOperator, "refused"));
+  EXPECT_TRUE(framework->threadContext().allMessages().empty());
+  // One answer per call.
+  EXPECT_EQ(PymOk, context->addMessage(PymThreadContextMessageOperator, "filed"));
+  ASSERT_EQ(1u, framework->threadContext().allMessages().size());
+  EXPECT_EQ("filed", framework->threadContext().allMessages()[0].text);
+}
+
 TEST_F(ThreadContextTable, WithoutFrameworkItFails) {
   framework.reset();
   EXPECT_EQ(PymFailure, context->addMessage(PymThreadContextMessageOperator, "lost"));

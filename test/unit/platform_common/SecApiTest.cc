@@ -2,9 +2,13 @@
 #include <Qiv/SecApi.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <poll.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -157,6 +161,43 @@ TEST_F(SecApiWithStandInTest, UnreadableEventIsAWarningAndNoChange) {
   standIn.sendEvent("garbled");
   EXPECT_FALSE(api.handleEvent());
   EXPECT_EQ(1u, countLines(4, "Could not read the certificate event (-1)"));
+}
+
+TEST_F(SecApiWithStandInTest, BrokenEventChannelClosesTheDescriptorButKeepsItsNumber) {
+  Qiv::SecApi api;
+  ASSERT_EQ(0, api.subscribe(kNodeCredential, kTrustCategory));
+  const int fd = api.getEventFd();
+  standIn.setEventChannelBroken(true);
+  standIn.sendEvent("changed");
+  ASSERT_TRUE(isReadable(fd, 5000));
+
+  EXPECT_FALSE(api.handleEvent());
+  EXPECT_EQ(1u, countLines(4, "Could not read the certificate event (-1)"));
+  EXPECT_EQ(fd, api.getEventFd());
+  const int flags = ::fcntl(fd, F_GETFD);
+  const int error = errno;
+  EXPECT_EQ(-1, flags);
+  EXPECT_EQ(EBADF, error);
+  EXPECT_FALSE(api.handleEvent());
+  EXPECT_EQ(2u, countLines(4, "Could not read the certificate event (-1)"));
+}
+
+TEST_F(SecApiWithStandInTest, BrokenEventChannelIsNotClosedAgainWithTheSession) {
+  std::unique_ptr<Qiv::SecApi> api(new Qiv::SecApi);
+  ASSERT_EQ(0, api->subscribe(kNodeCredential, kTrustCategory));
+  const int reused = api->getEventFd();
+  // Opened while the channel still is, so that it gets a number of its own.
+  const int devNull = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ASSERT_NE(-1, devNull);
+  standIn.setEventChannelBroken(true);
+  EXPECT_FALSE(api->handleEvent());
+  // The closed number now names another file, which the end of the session must leave open.
+  const int duplicate = ::dup2(devNull, reused);
+  ::close(devNull);
+  ASSERT_EQ(reused, duplicate);
+  api.reset();
+  EXPECT_NE(-1, ::fcntl(reused, F_GETFD));
+  ::close(reused);
 }
 
 TEST_F(SecApiWithStandInTest, FileNamesAreThoseOfTheCurrentSubscription) {

@@ -2,6 +2,7 @@
 #define FRAMEWORK_EVENT_ROUTER_H
 
 #include <Framework/LogCapture.h>
+#include <Framework/ScriptedAnswers.h>
 #include <PymOamSpiCmEvent.h>
 
 #include <condition_variable>
@@ -41,6 +42,10 @@ class EventRouter {
 
   std::size_t consumerCount() const;
 
+  // Test hook: the next addSubscription answers code and subscribes nothing (queued, one per
+  // call), as a router short of resources would.
+  void answerNextAddSubscription(PymReturnT code);
+
   // The "QivOamSpiEventRouter" "1" table of "QivOamSpiEventService".
   static std::vector<PymMgmtSpiInterface_1*> interfaces();
 
@@ -63,6 +68,7 @@ class EventRouter {
   mutable std::mutex _mutex;
   std::map<unsigned long, Consumer> _consumers;
   unsigned long _nextHandle;
+  ScriptedAnswers _addSubscriptionAnswers;
 
   // One delivery at a time is handed to the router's thread.
   std::mutex _deliveryMutex;

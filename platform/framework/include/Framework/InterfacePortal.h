@@ -5,9 +5,11 @@
 #include <Framework/ScriptedAnswers.h>
 #include <PymMgmtSpiPortal.h>
 
+#include <map>
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Framework {
@@ -57,6 +59,9 @@ class InterfacePortal {
   // The next getImplementations hands out its array as usual but answers code: a portal that
   // reports a failure and still allocates (queued, one per call).
   void answerNextGetImplementations(PymReturnT code);
+  // The next getInterface for interfaceName/interfaceVersion, whichever component it names,
+  // answers code and finds nothing, as a portal that fails the look-up (queued, one per call).
+  void answerNextGetInterface(const std::string& interfaceName, const std::string& interfaceVersion, PymReturnT code);
   // Offers a table under its own identity; false when that identity is incomplete or offered.
   bool addInterface(PymMgmtSpiInterface_1* table);
   // Withdraws the table of that identity, whoever offered it; false when there is none.
@@ -90,6 +95,8 @@ class InterfacePortal {
   std::set<std::string> _withheldPortals;
   ScriptedAnswers _registerAnswers;
   mutable ScriptedAnswers _implementationsAnswers;
+  // By interface name and version.
+  mutable std::map<std::pair<std::string, std::string>, ScriptedAnswers> _interfaceAnswers;
   unsigned _registerCalls;
   unsigned _unregisterCalls;
 };

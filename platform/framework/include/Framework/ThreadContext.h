@@ -1,6 +1,7 @@
 #ifndef FRAMEWORK_THREAD_CONTEXT_H
 #define FRAMEWORK_THREAD_CONTEXT_H
 
+#include <Framework/ScriptedAnswers.h>
 #include <PymSpiTypes.h>
 
 #include <mutex>
@@ -20,12 +21,16 @@ struct ContextMessage {
 // filed under the calling thread's CurrentTransaction. Thread-safe.
 class ThreadContext {
  public:
-  void addMessage(int kind, const std::string& text);
+  // PymOk once the message is filed, or a queued answer and nothing filed.
+  PymReturnT addMessage(int kind, const std::string& text);
 
   // Messages in the order they were added.
   std::vector<ContextMessage> messages(unsigned long txHandle) const;
   std::vector<ContextMessage> allMessages() const;
   void clear();
+  // Test hook: the next addMessage answers code and files nothing, as a context that refuses
+  // the message (queued, one per call).
+  void answerNextAddMessage(PymReturnT code);
 
   // The "PymMgmtSpiThreadContext" "2" table; it uses the current framework's service.
   static std::vector<PymMgmtSpiInterface_1*> interfaces();
@@ -33,6 +38,7 @@ class ThreadContext {
  private:
   mutable std::mutex _mutex;
   std::vector<ContextMessage> _messages;
+  ScriptedAnswers _addAnswers;
 };
 
 }  // namespace Framework

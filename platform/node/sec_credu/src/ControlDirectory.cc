@@ -24,6 +24,8 @@ bool ControlDirectory::isServiceAvailable() const { return !has("unavailable"); 
 
 bool ControlDirectory::isSubscriptionRefused() const { return has("subscribe-fails"); }
 
+bool ControlDirectory::isEventChannelBroken() const { return has("event-channel-broken"); }
+
 void ControlDirectory::recordSubscription(const std::string& nodeCredential, const std::string& trustCategory) const {
   if (!isSet()) return;
   std::ofstream(path("subscription")) << nodeCredential << '\n' << trustCategory << '\n';

@@ -17,6 +17,11 @@ namespace SecCredu {
 //                       first line: the name a subscription reports
 //   events              a FIFO made at the first subscription; each line written to it is one
 //                       event, "changed" or "unchanged"
+//   event-channel-broken
+//                       present: the next dispatch finds the channel broken, closes the
+//                       session's event descriptor and reports an unreadable event, while
+//                       sec_credu_event_fd keeps handing out the closed number (a client that
+//                       waits on it gets EBADF)
 // Without the variable the service answers as a healthy node with nothing to report.
 class ControlDirectory {
  public:
@@ -25,6 +30,7 @@ class ControlDirectory {
   bool isSet() const;
   bool isServiceAvailable() const;
   bool isSubscriptionRefused() const;
+  bool isEventChannelBroken() const;
   // Best effort: a directory that cannot be written only loses the record.
   void recordSubscription(const std::string& nodeCredential, const std::string& trustCategory) const;
   // False when the name is not scripted.

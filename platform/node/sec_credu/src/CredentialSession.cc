@@ -10,13 +10,10 @@
 
 namespace SecCredu {
 
-CredentialSession::CredentialSession() : _eventReadFd(-1), _eventWriteFd(-1), _subscribed(false) {}
+CredentialSession::CredentialSession()
+    : _eventReadFd(-1), _eventWriteFd(-1), _eventChannelClosed(false), _subscribed(false) {}
 
-CredentialSession::~CredentialSession() {
-  if (_eventReadFd == -1) return;
-  ::close(_eventReadFd);
-  ::close(_eventWriteFd);
-}
+CredentialSession::~CredentialSession() { closeEventChannel(); }
 
 int CredentialSession::subscribe(const char* nodeCredential, const char* trustCategory) {
   if (nodeCredential == nullptr || trustCategory == nullptr) return -1;
@@ -34,6 +31,11 @@ int CredentialSession::eventFd() const { return _eventReadFd; }
 
 int CredentialSession::dispatch() {
   if (_eventReadFd == -1) return 0;
+  if (_eventChannelClosed) return -1;
+  if (ControlDirectory().isEventChannelBroken()) {
+    closeEventChannel();
+    return -1;
+  }
   // Byte by byte, so that a second pending event stays in the channel for the next call.
   std::string event;
   char byte;
@@ -46,6 +48,13 @@ int CredentialSession::dispatch() {
 const char* CredentialSession::fileName(sec_credu_file which) {
   if (!_subscribed || !ControlDirectory().fileName(which, _fileName)) return nullptr;
   return _fileName.c_str();
+}
+
+void CredentialSession::closeEventChannel() {
+  if (_eventReadFd == -1 || _eventChannelClosed) return;
+  ::close(_eventReadFd);
+  ::close(_eventWriteFd);
+  _eventChannelClosed = true;
 }
 
 bool CredentialSession::openEventChannel(const ControlDirectory& control) {

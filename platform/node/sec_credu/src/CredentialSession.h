@@ -21,7 +21,8 @@ class CredentialSession {
   // 0, or -1 with an earlier subscription left as it was.
   int subscribe(const char* nodeCredential, const char* trustCategory);
   int eventFd() const;
-  // 1 changed, 0 unchanged or nothing pending, -1 for any other event text.
+  // 1 changed, 0 unchanged or nothing pending, -1 for any other event text and for a channel
+  // the control directory declares broken (closed then; its number is still handed out).
   int dispatch();
   // Owned by the session, valid until the next call; null when not subscribed or not scripted.
   const char* fileName(sec_credu_file which);
@@ -29,10 +30,14 @@ class CredentialSession {
  private:
   // Opened once, at the first subscription that gets that far.
   bool openEventChannel(const ControlDirectory& control);
+  // Closes both ends once; the read end's number stays what eventFd hands out.
+  void closeEventChannel();
 
   int _eventReadFd;
   // Kept open so that the reader never sees end-of-file when an outside writer closes.
   int _eventWriteFd;
+  // Both ends closed by a broken channel; the numbers are not closed or read again.
+  bool _eventChannelClosed;
   bool _subscribed;
   std::string _fileName;
 };
