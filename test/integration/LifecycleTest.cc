@@ -1,5 +1,6 @@
+#include "LifecycleTest.h"
+
 #include "Eventually.h"
-#include "LoadedComponentTest.h"
 #include "ScopedEnvironmentVariable.h"
 #include "WithSecurityApi.h"
 
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -16,53 +18,15 @@
 
 namespace {
 
-using Args = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
 const char METHOD_CLASS[] = "ManagedElement,SystemFunctions,SecM,UserManagement,LdapAuthenticationMethod";
-const std::vector<std::string> CLASS_PATHS = {
-    "/ManagedElement/SystemFunctions/SecM/UserManagement/LdapAuthenticationMethod",
-    "/ManagedElement/SystemFunctions/SecM/UserManagement/LdapAuthenticationMethod/Ldap",
-    "/ManagedElement/SystemFunctions/SecM/UserManagement/LdapAuthenticationMethod/Ldap/Filter",
-    "/ManagedElement/SystemFunctions/SecM/UserManagement/LdapAuthenticationMethod/Ldap/OrbelinFilter"};
-
-std::string componentFile(const std::string& timeoutSeconds) {
-  return "<QivAccessManagementComponent><ldapInitConfigTimeout>" + timeoutSeconds +
-         "</ldapInitConfigTimeout></QivAccessManagementComponent>";
-}
 
 long millisecondsSince(Clock::time_point start) {
   return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
 }
 
 }  // namespace
-
-// The built library loaded with dlopen, initialised and started through its descriptor as the
-// framework does, applying through the qivea stand-in.
-class LifecycleTest : public LoadedComponentTest {
- protected:
-  explicit LifecycleTest(const std::string& model = "ldap20.xml") : LoadedComponentTest(model) {}
-
-  void initialize(const std::string& config = componentFile("0")) { LoadedComponentTest::initialize(config); }
-
-  PymReturnT start() { return descriptor->start(PymStateChangeStartup); }
-  PymReturnT stop() { return descriptor->stop(PymStateChangeShutdown); }
-
-  std::vector<Framework::ImplementerCall> registrations(const std::string& operation) {
-    std::vector<Framework::ImplementerCall> calls;
-    for (const Framework::ImplementerCall& call : framework().objectImplementers().calls())
-      if (call.operation == operation) calls.push_back(call);
-    return calls;
-  }
-
-  std::vector<std::string> registeredPaths() {
-    std::vector<std::string> paths;
-    for (const Framework::ImplementerCall& call : registrations("register")) paths.push_back(call.classPath);
-    return paths;
-  }
-
-  std::vector<Args> authenticationCalls() { return qivea.callsStartingWith("authentication"); }
-};
 
 TEST_F(LifecycleTest, StartRegistersTheLdapClassesAndAppliesTheInitialConfiguration) {
   initialize();
@@ -197,6 +161,64 @@ TEST_F(LifecycleTest, BuiltInAuthorizationSetsLdapNoInitWhileStarted) {
   EXPECT_STREQ("true", std::getenv("LDAPNOINIT"));
   ASSERT_EQ(0, stop());
   EXPECT_EQ(nullptr, std::getenv("LDAPNOINIT"));
+}
+
+// Registration and unregistration are traced with the version of the registration interface in
+// use: 3 while the framework offers it, otherwise 2.
+class LifecycleRegistrationTraceTest : public LifecycleTest, public ::testing::WithParamInterface<int> {
+ protected:
+  std::vector<std::string> registrationTraces() {
+    std::vector<std::string> traces;
+    for (const Framework::LogRecord& record : log().records()) {
+      const bool registration = record.text.rfind("Registering (", 0) == 0 ||
+                                record.text.rfind("Unregistering (", 0) == 0 ||
+                                record.text.find(" registered itself successfully as object implementer for '") !=
+                                    std::string::npos;
+      if (record.level == TRACE_LEVEL && registration) traces.push_back(record.text);
+    }
+    return traces;
+  }
+};
+
+TEST_P(LifecycleRegistrationTraceTest, EveryClassPathIsTracedWithTheVersionInUse) {
+  const std::string version = std::to_string(GetParam());
+  if (GetParam() == 2) {
+    ASSERT_TRUE(framework().portal().removeInterface("PymOamSpiObjectImplementerService",
+                                                     "PymOamSpiRegisterObjectImplementer", "3"));
+  }
+  initialize();
+  ASSERT_EQ(0, start());
+  ASSERT_EQ(0, stop());
+  std::vector<std::string> expected;
+  for (const std::string& path : CLASS_PATHS) {
+    expected.push_back("Registering (" + path + ") with OI SPI V" + version);
+    expected.push_back("QivAccessManagementComponent registered itself successfully as object implementer for '" +
+                       path + "'");
+  }
+  for (std::size_t i = 0; i < CLASS_PATHS.size(); ++i)
+    expected.push_back("Unregistering (QivAccessManagementComponent) with OI SPI V" + version);
+  EXPECT_EQ(expected, registrationTraces());
+}
+
+INSTANTIATE_TEST_SUITE_P(RegistrationInterface, LifecycleRegistrationTraceTest, ::testing::Values(3, 2),
+                         [](const ::testing::TestParamInfo<int>& info) { return "V" + std::to_string(info.param); });
+
+// A model before Ldap 2.0: an Ldap object and its Filter, but no OrbelinFilter.
+class LifecycleWithoutOrbelinFilterTest : public LifecycleTest {
+ protected:
+  LifecycleWithoutOrbelinFilterTest() : LifecycleTest("pre20.xml") {}
+};
+
+TEST_F(LifecycleWithoutOrbelinFilterTest, RegistersTheOtherThreeClassesOnly) {
+  initialize();
+  EXPECT_EQ(0, start());
+  const std::vector<std::string> withoutOrbelinFilter(CLASS_PATHS.begin(), CLASS_PATHS.begin() + 3);
+  EXPECT_EQ(withoutOrbelinFilter, registeredPaths());
+  for (const std::string& path : withoutOrbelinFilter)
+    EXPECT_TRUE(framework().objectImplementers().implementer(path).has_value()) << path;
+  EXPECT_FALSE(framework().objectImplementers().implementer(CLASS_PATHS[3]).has_value());
+  EXPECT_EQ(0, stop());
+  EXPECT_EQ(3u, registrations("unregister").size());
 }
 
 class LifecycleWithoutMethodTest : public LifecycleTest {

@@ -3,6 +3,7 @@
 #include "AmEntryPoints.h"
 #include "LdapModel.h"
 #include "MoAttributeValueCopy.h"
+#include "TextEquals.h"
 
 #include <Qiv/LoggingWrapper.h>
 #include <Qiv/QivException.h>
@@ -19,12 +20,13 @@ namespace {
 
 const char* orNull(const char* text) { return text != nullptr ? text : "null"; }
 
-bool equals(const char* text, const char* expected) { return text != nullptr && std::strcmp(text, expected) == 0; }
 
 const char REGISTER_OBJECT_IMPLEMENTER[] = "PymOamSpiRegisterObjectImplementer";
 const char CM_ROUTER_SERVICE[] = "PymOamSpiCmRouterService";
 const char MANAGED_OBJECT[] = "PymOamSpiManagedObject";
 const char TRANSACTION_SERVICE[] = "PymOamSpiTransactionService";
+// readComponentConfiguration's answer for an invalid port or TLS mode.
+const int INVALID_COMPONENT_FILE_VALUE = -9;
 
 // Required dependencies after the platform portal, in descriptor order. The trace interface is
 // wanted in any version.
@@ -75,6 +77,7 @@ AccessManagementComponent::AccessManagementComponent()
       _amLdap(&_builtInLdap),
       _secUaiWrapper("libsec_acs_api.so.1"),
       _attributeWriter(_configurationRunnable),
+      _configurationThreadUnjoined(false),
       _config(nullptr),
       _eventConsumerStarted(false),
       _initialized(false) {
@@ -114,6 +117,7 @@ AccessManagementComponent::AccessManagementComponent()
         &CM_ROUTER_V3_1_ID, &TRANSACTION_MASTER_ID, &TRANSACTION_ID})
     _dependencies.push_back(dependency);
   _optionalDependencies = {&REGISTER_OBJECT_IMPLEMENTER_V2_ID, &REGISTER_OBJECT_IMPLEMENTER_V3_ID};
+  _configurationRunnable.setOperatorMessages(this);
 }
 
 AccessManagementComponent::~AccessManagementComponent() {
@@ -201,9 +205,11 @@ PymReturnT AccessManagementComponent::startUp() {
     _eventConsumer.start(LdapModel::TLS_SUBSCRIPTION_PATTERN, &AccessManagementComponent::onTlsMoChange, this);
     _eventConsumerStarted = true;
   }
-  // What was done above stays until the next start clears the registration.
+  // What was done above stays until the next start clears the registration. An invalid port or
+  // TLS mode (-9) only marks the record: the initial read decides whether it matters.
   try {
-    if (_configurationRunnable.readComponentConfiguration() != 0) {
+    const int read = _configurationRunnable.readComponentConfiguration(_config);
+    if (read != 0 && read != INVALID_COMPONENT_FILE_VALUE) {
       QIV_LOG(3, "Failed to parse the AccessManagementComponent configuration file.");
       return -1;
     }
@@ -223,14 +229,24 @@ PymReturnT AccessManagementComponent::startUp() {
   }
   _started = true;
   QIV_TRACE("Start read/set initial configuration thread");
-  _configurationThread.start(_configurationRunnable);
+  // A thread that an earlier stop gave up on may have ended since: collect it before reuse.
+  if (_configurationThreadUnjoined && !_configurationThread.isRunning()) joinConfigurationThread();
+  try {
+    _configurationThread.start(_configurationRunnable);
+    _configurationThreadUnjoined = true;
+  } catch (...) {
+    // A thread an earlier stop could not join still runs: nothing will signal, so nothing may
+    // stay locked or look started.
+    if (waitSeconds != 0) _startUpMutex.unlock();
+    _started = false;
+    throw;
+  }
   if (waitSeconds == 0) return 0;
   return waitForInitialConfiguration(waitSeconds);
 }
 
 PymReturnT AccessManagementComponent::findFrameworkServices() {
-  const PymMgmtSpiInterface_1 transactionId = {"PymOamSpiTransactionService", "PymOamSpiTransaction", "2"};
-  _transaction = reinterpret_cast<PymOamSpiTransaction_2*>(getInterface(transactionId));
+  _transaction = reinterpret_cast<PymOamSpiTransaction_2*>(getInterface(TRANSACTION_ID));
   if (_transaction == nullptr) return -1;
 
   _objectImplementerV3 = reinterpret_cast<PymOamSpiRegisterObjectImplementer_3*>(getInterface(REGISTER_OBJECT_IMPLEMENTER_V3_ID));
@@ -298,13 +314,14 @@ PymReturnT AccessManagementComponent::stop(PymStateChangeReason reason) {
     if (_configurationThread.isRunning()) {
       QIV_TRACE("Read and set initial configuration thread is still running ...");
       if (_configurationThread.tryJoin(10000)) {
+        _configurationThreadUnjoined = false;
         QIV_TRACE("successfully stopped Read and set initial configuration thread");
       } else {
         QIV_LOG(4, "%s failed to join its Read and set initial configuration thread!", LdapModel::COMPONENT_NAME);
       }
-    } else {
+    } else if (_configurationThreadUnjoined) {
       // Ended on its own: collect it so that the next start can use the thread again.
-      _configurationThread.join();
+      joinConfigurationThread();
     }
   } catch (const Poco::SystemException& e) {
     QIV_LOG(3, "Thread: %s", e.displayText().c_str());
@@ -313,6 +330,11 @@ PymReturnT AccessManagementComponent::stop(PymStateChangeReason reason) {
   _started = false;
   releaseMoLock();
   return 0;
+}
+
+void AccessManagementComponent::joinConfigurationThread() {
+  _configurationThread.join();
+  _configurationThreadUnjoined = false;
 }
 
 PymReturnT AccessManagementComponent::addMessage(const std::string& text) {
@@ -327,7 +349,7 @@ PymReturnT AccessManagementComponent::addMessage(const std::string& text) {
 }
 
 bool AccessManagementComponent::isValidMethod(const char* name) {
-  if (equals(name, "LDAP") || equals(name, "default")) return true;
+  if (textEquals(name, "LDAP") || textEquals(name, "default")) return true;
   QIV_LOG(4, "Method '%s' not supported", orNull(name));
   return false;
 }
@@ -398,7 +420,7 @@ void AccessManagementComponent::onTlsMoChange(const PymOamSpiCmEvent_Notificatio
     for (PymMoNamedAttributeValueContainer_3** attribute = (*event)->attributes; attribute != nullptr && *attribute != nullptr;
          ++attribute) {
       const PymMoAttributeValueContainer_3& value = (*attribute)->value;
-      if (!equals((*attribute)->name, LdapModel::CIPHER_FILTER) || value.type != PymMoValueType_String ||
+      if (!textEquals((*attribute)->name, LdapModel::CIPHER_FILTER) || value.type != PymMoValueType_String ||
           value.nrOfValues == 0 || value.values == nullptr)
         continue;
       _configurationRunnable.cipherReconfiguration(value.values[0].theString != nullptr ? value.values[0].theString : "");
@@ -721,7 +743,8 @@ PymReturnT AccessManagementComponent::getRoles(const char* method, const char* u
   const std::string user = userName != nullptr ? userName : "";
   std::string rolesText;
   PymReturnT result = 0;
-  if (sec) {
+  // Without the user-authorization library a query through it could only fail.
+  if (sec && _secUaiWrapper.isUaiAvailable()) {
     QIV_TRACE("Using Service Module authorization function");
     std::vector<std::string> found;
     found.reserve(10);
@@ -746,7 +769,7 @@ PymReturnT AccessManagementComponent::getRoles(const char* method, const char* u
     }
     const std::string arguments = authorizationArguments(config, user);
     QIV_TRACE("Using QIV EA authorization function");
-    result = _qivEa.authorizationLdap(arguments, rolesText, 30000);
+    result = AmQivEaWrapper().authorizationLdap(arguments, rolesText, 30000);
   } else {
     QIV_LOG(4, "No authentication method is enabled/available");
     return -1;
@@ -847,8 +870,8 @@ PymMgmtSpiInterface_1* AccessManagementComponent::getInterface(const PymMgmtSpiI
             orNull(id.interfaceVersion), orNull(id.componentName));
   PymMgmtSpiInterface_1* result = nullptr;
   PymReturnT code = PymNotExist;
-  if (equals(id.interfaceName, REGISTER_OBJECT_IMPLEMENTER) &&
-      (equals(id.interfaceVersion, "3") || equals(id.interfaceVersion, "2"))) {
+  if (textEquals(id.interfaceName, REGISTER_OBJECT_IMPLEMENTER) &&
+      (textEquals(id.interfaceVersion, "3") || textEquals(id.interfaceVersion, "2"))) {
     result = getInterface(id.interfaceName, id.interfaceVersion, {"RegisterObjectImplementerUtilMgmtComponent"});
     if (result != nullptr) code = PymOk;
   } else if (id.interfaceName == CRYPTO_INTERFACE_NAME) {

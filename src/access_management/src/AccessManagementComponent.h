@@ -11,6 +11,7 @@
 #include "LdapAttributeWriter.h"
 #include "LdapConfiguration.h"
 #include "LdapTlsWrapper.h"
+#include "OperatorMessages.h"
 #include "PymComponent.h"
 #include "SecUaiWrapper.h"
 
@@ -34,7 +35,7 @@ namespace QivAccessManagement {
 // The component behind every entry point: its descriptor, offered tables and dependencies,
 // how it finds framework services, and its lifecycle. One instance per process
 // (PymComponent<AccessManagementComponent>::instance()).
-class AccessManagementComponent : public Qiv::PymComponent<AccessManagementComponent> {
+class AccessManagementComponent : public Qiv::PymComponent<AccessManagementComponent>, public OperatorMessages {
  public:
   // Interface names compared by address (see getInterface).
   static const char ACCESS_MANAGEMENT_INTERFACE_NAME[];
@@ -61,7 +62,8 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   PymReturnT stop(PymStateChangeReason reason);
 
   // Hands text, marked "@qivnbi@", to the operator whose request is served; -1 when stopped.
-  PymReturnT addMessage(const std::string& text);
+  // Every operator text of the component, the configuration thread's included, comes here.
+  PymReturnT addMessage(const std::string& text) override;
   // "LDAP" and "default"; anything else is logged.
   bool isValidMethod(const char* name);
   // True when no transaction holds the LDAP objects or handle does; otherwise tells the operator.
@@ -155,6 +157,8 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   PymReturnT startUp();
   // Looks up the services start needs; 0, -1 or the portal's code.
   PymReturnT findFrameworkServices();
+  // Collects the ended configuration thread, so that it can start again.
+  void joinConfigurationThread();
   // Waits for the configuration thread's start-up signal; -1 (component stopped) on time-out.
   PymReturnT waitForInitialConfiguration(uint16_t seconds);
   // Frees a role array made by allocRoles (null: nothing).
@@ -199,12 +203,13 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   AmLdap _builtInLdap;
   std::atomic<IAmLdap*> _amLdap;
   SecUaiWrapper _secUaiWrapper;
-  AmQivEaWrapper _qivEa;
   Poco::Condition _startUpCondition;
   Poco::FastMutex _startUpMutex;
   ConfigurationRunnable _configurationRunnable;
   LdapAttributeWriter _attributeWriter;
   Poco::Thread _configurationThread;
+  // Started and not joined yet: a thread may be joined only once per start.
+  bool _configurationThreadUnjoined;
   std::vector<std::string> _registeredClassPaths;
   Poco::FastMutex _mutex;
   char* _config;

@@ -13,7 +13,7 @@ const PymReturnT NOT_STARTED = 2;
 
 template <class Call>
 PymReturnT whenStarted(const char* entry, Call call) {
-  return QivAccessManagement::guarded(entry, [&]() -> PymReturnT {
+  return Qiv::guarded(entry, [&]() -> PymReturnT {
     AccessManagementComponent& component = AccessManagementComponent::instance();
     if (!component.isStarted()) return NOT_STARTED;
     return call(component);

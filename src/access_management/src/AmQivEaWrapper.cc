@@ -13,7 +13,6 @@
 #include <Qiv/Timer.h>
 
 #include <algorithm>
-#include <csignal>
 #include <iterator>
 #include <limits>
 #include <optional>
@@ -103,7 +102,6 @@ int AmQivEaWrapper::invoke(const std::vector<std::string>& args, std::string& ou
     const int level = errorText.find(UNKNOWN_COMMAND) != std::string::npos ? 4 : 3;
     QIV_LOG(level, "%s", masked(errorText).c_str());
   }
-  if (timeout.isExpired() && status == SpawnedProcess::SIGNAL_STATUS_BASE + SIGKILL) return QIVEA_TIMEOUT;
   if (status > SpawnedProcess::SIGNAL_STATUS_BASE) {
     QIV_LOG(3, "QIV-EA process %d was ended by signal %d", child->id(), status - SpawnedProcess::SIGNAL_STATUS_BASE);
   }
@@ -117,9 +115,9 @@ int AmQivEaWrapper::getQiveaSpiRevision(std::string& revision, unsigned timeoutM
   return result;
 }
 
-int AmQivEaWrapper::getQivPsoClearPath(std::string& path) const {
+int AmQivEaWrapper::getQivPsoClearPath(std::string& path, unsigned timeoutMs) const {
   QIV_TRACE(" >> ");
-  const int result = invoke({"pso", "clear"}, path, PSO_CLEAR_PATH_TIMEOUT_MS);
+  const int result = invoke({"pso", "clear"}, path, timeoutMs);
   path.erase(std::remove(path.begin(), path.end(), '\n'), path.end());
   QIV_TRACE(" << qivea pso clear returned: '%s'", path.c_str());
   return result;

@@ -12,14 +12,12 @@ namespace QivAccessManagement {
 // line it logs has its bind passwords masked.
 class AmQivEaWrapper {
  public:
-  // Time-out of getQivPsoClearPath.
-  static constexpr unsigned PSO_CLEAR_PATH_TIMEOUT_MS = 5000;
-
   // Runs "qivea" (found on PATH) with args and blocks until it ended; a child still running
   // after timeoutMs is killed together with its whole process group. Results: 0 with output
-  // replaced by what the child printed on standard output; -11 when the time-out fired; else
-  // the mapped exit status (-1, -2, -9), with the child's standard error logged (a warning for
-  // "unknown command", an error otherwise) and output untouched; -1 as well when PATH holds no
+  // replaced by what the child printed on standard output; -11 when the time-out fired and the
+  // child still exited 0; else the mapped exit status (-1, -2, -9; a child the watchdog killed
+  // gives -1), with the child's standard error logged (a warning for "unknown command", an
+  // error otherwise) and output untouched; -1 as well when PATH holds no
   // "qivea". Nothing (descriptor, thread, child) outlives the call. Poco::SystemException when no
   // process could be started (none left) passes to the caller.
   int invoke(const std::vector<std::string>& args, std::string& output, unsigned timeoutMs) const;
@@ -27,7 +25,7 @@ class AmQivEaWrapper {
   // "qivea spi-revision": revision gets the printed text, line end included.
   int getQiveaSpiRevision(std::string& revision, unsigned timeoutMs) const;
   // "qivea pso clear": path gets the printed directory with every line feed removed.
-  int getQivPsoClearPath(std::string& path) const;
+  int getQivPsoClearPath(std::string& path, unsigned timeoutMs) const;
   // "qivea authorization ldap search <arguments>", arguments being one single argument
   // (" --userId=... --filterType=..."); roles gets the comma-separated role names.
   int authorizationLdap(const std::string& arguments, std::string& roles, unsigned timeoutMs) const;

@@ -2,8 +2,8 @@
 
 #include "LdapModel.h"
 #include "MoAccessor.h"
+#include "TextEquals.h"
 
-#include <PymMgmtSpiThreadContext.h>
 #include <Qiv/LoggingWrapper.h>
 #include <Qiv/QivConfiguration.h>
 #include <Qiv/QivException.h>
@@ -30,7 +30,6 @@ namespace {
 
 const char THREAD_CONTEXT_INTERFACE[] = "PymMgmtSpiThreadContext";
 const char CRYPTO_INTERFACE[] = "PymMwSpiCrypto";
-const char OPERATOR_MESSAGE_MARKER[] = "@qivnbi@";
 // POSIX regcomp flags REG_EXTENDED | REG_NEWLINE | REG_NOSUB.
 const int PATTERN_OPTIONS = 13;
 const char USE_BUILT_IN_AUTHORIZATION_KEY[] = "useBuiltInAuthorization";
@@ -38,6 +37,7 @@ const char USE_BUILT_IN_AUTHORIZATION_KEY[] = "useBuiltInAuthorization";
 const char SEC_ACS_DIRECTORY[] = "/sec-acs";
 const char FRAMEWORK_FILE[] = "/LdapSecAa.cfg";
 const char SERVICE_MODULE_FILE[] = "/LdapSm.cfg";
+const unsigned PSO_CLEAR_PATH_TIMEOUT_MS = 5000;
 
 // Every model access of the component uses an exclusive lock and a 60 s transaction time-out.
 const int ACCESSOR_LOCK_POLICY = PymLockPolicyExclusive;
@@ -63,7 +63,7 @@ struct NodeListRelease {
 typedef std::unique_ptr<char, decltype(&std::free)> MallocedText;
 
 bool hasInterfaceName(const PymMgmtSpiInterface_1* interface, const char* name) {
-  return interface->interfaceName != nullptr && std::strcmp(interface->interfaceName, name) == 0;
+  return textEquals(interface->interfaceName, name);
 }
 
 std::string childDn(const std::string& parentDn, const char* rdnName) {
@@ -147,6 +147,7 @@ bool runMigrationStep(const char* what, Step step) {
 
 ConfigurationRunnable::ConfigurationRunnable()
     : _state(STATE_CREATED),
+      _operatorMessages(nullptr),
       _useTlsSet(false),
       _baseDnSet(false),
       _ldap20AttributesExist(false),
@@ -178,21 +179,16 @@ void ConfigurationRunnable::addExternalInterface(PymMgmtSpiInterface_1* interfac
     _crypto.setInterface(reinterpret_cast<PymMwSpiCrypto_1*>(interface));
 }
 
+void ConfigurationRunnable::setOperatorMessages(OperatorMessages* operatorMessages) {
+  _operatorMessages = operatorMessages;
+}
+
 void ConfigurationRunnable::addMessage(const std::string& text) {
-  PymMgmtSpiThreadContext_2* threadContext = nullptr;
-  for (PymMgmtSpiInterface_1* interface : _externalInterfaces) {
-    if (hasInterfaceName(interface, THREAD_CONTEXT_INTERFACE)) {
-      threadContext = reinterpret_cast<PymMgmtSpiThreadContext_2*>(interface);
-      break;
-    }
-  }
-  if (threadContext == nullptr) {
+  if (_operatorMessages == nullptr) {
     QIV_LOG(4, "%s interface missing; failed to add failure message: \"%s\"", THREAD_CONTEXT_INTERFACE, text.c_str());
     return;
   }
-  const std::string message = OPERATOR_MESSAGE_MARKER + text;
-  const PymReturnT result = threadContext->addMessage(PymThreadContextMessageOperator, message.c_str());
-  if (result != 0) QIV_LOG(4, "Failed (%d) to add message!", result);
+  _operatorMessages->addMessage(text);
 }
 
 int ConfigurationRunnable::validateConfiguration(LdapConfiguration* config, bool addMessages) {
@@ -790,10 +786,21 @@ int ConfigurationRunnable::init(QivMgmtSpiInterfacePortal_1* portal, const std::
                                 const char* config) {
   if (portal == nullptr || ldapAuthenticationMethodDn.empty()) {
     QIV_TRACE("Invalid arguments");
+    // Whatever an earlier init left must not let run() go on without a portal.
+    _portal = nullptr;
+    setState(STATE_CREATED);
     return -1;
   }
   _portal = portal;
   _ldapAuthenticationMethodDn = ldapAuthenticationMethodDn;
+  {
+    // Each start reads from scratch: nothing removed from the model while stopped (the bind
+    // password above all) may survive into the new record.
+    Poco::Mutex::ScopedLock lock(_configurationMutex);
+    _ldapConfiguration = LdapConfiguration();
+  }
+  _useTlsSet = false;
+  _baseDnSet = false;
   // A stop request that an earlier run never read must not end the next one.
   for (Poco::Pipe* pipe : {&_stopRequest, &_subscribeRequest, &_subscribeComplete}) drain(*pipe);
   _hasComponentConfiguration = config != nullptr;
@@ -835,6 +842,9 @@ void ConfigurationRunnable::run() {
   } catch (...) {
     QIV_LOG(3, "FATAL unknown exception!");
   }
+  // However the loop ended (security API gone, select failed, an exception), nobody answers a
+  // re-subscription request any more: the transaction side must not wait for one.
+  _secApiOpRunning = false;
   QIV_TRACE(" << ");
 }
 
@@ -1048,6 +1058,7 @@ void ConfigurationRunnable::cipherReconfiguration(const std::string& filter) {
   const std::string newFilter = filter + CIPHER_STRENGTH_SUFFIX;
   if (!_usingSecAaFramework && !_authentication.isCipherFilterSupported()) {
     QIV_TRACE("Qivea is not supported , not reconfiguring the cipher filter");
+    QIV_TRACE(" << ");
     return;
   }
   // The security framework always takes the cipher list.
@@ -1057,6 +1068,7 @@ void ConfigurationRunnable::cipherReconfiguration(const std::string& filter) {
     Poco::Mutex::ScopedLock lock(_configurationMutex);
     if (newFilter == _ldapConfiguration.cipherFilter) {
       QIV_TRACE("Not reconfiguring with cipherFilter %s since same as already set filter", newFilter.c_str());
+      QIV_TRACE(" << ");
       return;
     }
     _ldapConfiguration.cipherFilter = newFilter;
@@ -1065,6 +1077,7 @@ void ConfigurationRunnable::cipherReconfiguration(const std::string& filter) {
   if (!config.useTls) {
     // Takes effect with the next configuration that is applied.
     QIV_TRACE("Not reconfiguring with cipherFilter %s since useTls set to false", newFilter.c_str());
+    QIV_TRACE(" << ");
     return;
   }
   QIV_TRACE("Reconfiguring with cipherFilter %s", newFilter.c_str());
@@ -1095,7 +1108,7 @@ int ConfigurationRunnable::registerLdapModule() {
   // A commit and the configuration thread never lay out the directory at the same time.
   Poco::Mutex::ScopedLock lock(_configurationMutex);
   std::string clearPath;
-  int result = _qivEa.getQivPsoClearPath(clearPath);
+  int result = _qivEa.getQivPsoClearPath(clearPath, PSO_CLEAR_PATH_TIMEOUT_MS);
   if (result != 0) {
     QIV_LOG(3, "Failed to get PSO clear path (%d)", result);
     return result;

@@ -5,6 +5,7 @@
 #include "LdapConfigFileProducer.h"
 #include "LdapConfiguration.h"
 #include "LdapMethod.h"
+#include "OperatorMessages.h"
 #include "QiveaAuthenticationCommand.h"
 #include "SecAcsDirectory.h"
 
@@ -115,8 +116,10 @@ class ConfigurationRunnable : public Poco::Runnable {
   // runnable.
   void addExternalInterface(PymMgmtSpiInterface_1* interface);
 
-  // Hands text to the operator whose request is served, marked "@qivnbi@", through the
-  // "PymMgmtSpiThreadContext" interface; a missing interface or a refusal is only logged.
+  // Where operator texts go (the component); borrowed, null: only logged.
+  void setOperatorMessages(OperatorMessages* operatorMessages);
+  // Hands text to the operator whose request is served, through the component's channel; with
+  // none, or when it refuses, the text is only logged.
   void addMessage(const std::string& text);
 
   // Checks config against every rule, in a fixed order, logging each violation as a warning
@@ -247,7 +250,8 @@ class ConfigurationRunnable : public Poco::Runnable {
   // The record's certificate files from the security API.
   void refreshCertificateFiles();
 
-  // Recursive: applying a configuration hands the record on under this lock.
+  // Recursive, not a FastMutex: updateConfigurationUsingSecAA holds it while the steps it calls
+  // (ldapConfigurationUpdated, registerLdapModule) take it again.
   mutable Poco::Mutex _configurationMutex;
   LdapConfiguration _ldapConfiguration;
   int _state;
@@ -255,6 +259,7 @@ class ConfigurationRunnable : public Poco::Runnable {
   std::string _trustCategoryMoRef;
   std::string _ldapAuthenticationMethodDn;
   std::vector<PymMgmtSpiInterface_1*> _externalInterfaces;
+  OperatorMessages* _operatorMessages;
   Qiv::CryptoUtility _crypto;
   std::atomic<bool> _useTlsSet;
   std::atomic<bool> _baseDnSet;

@@ -3,7 +3,7 @@
 #include "EntryGuard.h"
 
 using QivAccessManagement::AccessManagementComponent;
-using QivAccessManagement::guarded;
+using Qiv::guarded;
 
 QIV_EXPORT PymReturnT pymLCMinit(PymMgmtSpiInterfacePortalAccessor* accessor, const char* config) {
   return guarded("pymLCMinit", [&] { return AccessManagementComponent::instance().lib_init(accessor, config); });

@@ -48,8 +48,7 @@ QiveaAuthenticationCommand::QiveaAuthenticationCommand(const AmQivEaWrapper& qiv
       _cipherFilterSupported(false),
       _caCertDirSupported(false),
       _useReferralsSupported(false),
-      _tlsModeSupported(false),
-      _tlsModeProbed(false) {}
+      _tlsModeSupported(false) {}
 
 void QiveaAuthenticationCommand::prepareLdapCommand(const LdapConfiguration& config) {
   std::vector<std::string>& args = _ldapCommandArgs;
@@ -207,12 +206,10 @@ bool QiveaAuthenticationCommand::probeTlsMode() {
   try {
     sendAuthentication(args);
     _tlsModeSupported = true;
-    _tlsModeProbed = true;
     return true;
   } catch (const Qiv::QivException& e) {
     QIV_LOG(4, "Tls-mode is not supported");
     QIV_LOG(3, "Caught exception: %s", e.what());
-    _tlsModeProbed = false;
     return false;
   }
 }

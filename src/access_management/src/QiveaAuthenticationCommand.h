@@ -67,7 +67,6 @@ class QiveaAuthenticationCommand {
   bool _caCertDirSupported;
   bool _useReferralsSupported;
   bool _tlsModeSupported;
-  bool _tlsModeProbed;
 };
 
 }  // namespace QivAccessManagement

@@ -1,6 +1,7 @@
-#ifndef QIV_ACCESS_MANAGEMENT_ENTRY_GUARD_H
-#define QIV_ACCESS_MANAGEMENT_ENTRY_GUARD_H
+#ifndef QIV_ENTRY_GUARD_H
+#define QIV_ENTRY_GUARD_H
 
+#include <Poco/Exception.h>
 #include <PymSpiTypes.h>
 #include <Qiv/LoggingWrapper.h>
 
@@ -10,7 +11,7 @@
 #define QIV_VISIBLE __attribute__((visibility("default")))
 #define QIV_EXPORT extern "C" QIV_VISIBLE
 
-namespace QivAccessManagement {
+namespace Qiv {
 
 // Runs one C entry point's body: no exception may reach a C caller, so one that escapes is
 // logged under the entry's name and answered with -1.
@@ -18,6 +19,9 @@ template <class Call>
 PymReturnT guarded(const char* entry, Call call) {
   try {
     return call();
+  } catch (const Poco::Exception& e) {
+    // what() is only the exception's name; the text says what went wrong.
+    Qiv::LoggingWrapper::log_printf(entry, 3, "Caught exception: %s", e.displayText().c_str());
   } catch (const std::exception& e) {
     Qiv::LoggingWrapper::log_printf(entry, 3, "Caught exception: %s", e.what());
   } catch (...) {
@@ -26,6 +30,6 @@ PymReturnT guarded(const char* entry, Call call) {
   return -1;
 }
 
-}  // namespace QivAccessManagement
+}  // namespace Qiv
 
 #endif

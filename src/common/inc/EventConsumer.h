@@ -39,8 +39,8 @@ class EventConsumer {
   EventConsumer& operator=(const EventConsumer&) = delete;
 
   // Registers with the router and subscribes to eventType with filters; callback is then called
-  // on object for every notification. Failures are logged and leave the consumer stopped. Does
-  // nothing while started.
+  // on object for every notification. Failures are logged and leave the consumer stopped and not
+  // registered. Does nothing while started.
   template <class ObjectT>
   void start(const std::vector<NameValuePair>& filters, void (ObjectT::*callback)(const char*, void*), ObjectT* object,
              const char* eventType) {
@@ -57,6 +57,8 @@ class EventConsumer {
     _filter = toCFilter(_filters, _filterMemory);
     if (router->addSubscription(_handle, _eventType.c_str(), _filter) != 0) {
       QIV_LOG(3, "Could not add subscription");
+      // Left registered, a later start would register a second consumer.
+      withdraw(router);
       return;
     }
     _started = true;
@@ -66,12 +68,8 @@ class EventConsumer {
   // Removes the subscription and the consumer; nothing to do when not started.
   void stop() {
     if (!_started) return;
-    QivOamSpiEventRouter_1* router = eventRouter();
-    if (router != nullptr) router->unregisterConsumer(_handle, &_consumer, _filter);
-    _handle = 0;
+    withdraw(eventRouter());
     _started = false;
-    _filter = nullptr;
-    _filterMemory.freeAll();
   }
 
   bool isStarted() const { return _started; }
@@ -103,6 +101,14 @@ class EventConsumer {
   }
 
  private:
+  // Takes the consumer off router (null: gone already) and frees its filter.
+  void withdraw(QivOamSpiEventRouter_1* router) {
+    if (router != nullptr) router->unregisterConsumer(_handle, &_consumer, _filter);
+    _handle = 0;
+    _filter = nullptr;
+    _filterMemory.freeAll();
+  }
+
   static QivOamSpiEventRouter_1* eventRouter() {
     static const PymMgmtSpiInterface_1 ROUTER_ID = {"QivOamSpiEventService", "QivOamSpiEventRouter", "1"};
     return Portal::instance().getInterface<QivOamSpiEventRouter_1>(ROUTER_ID);

@@ -1,6 +1,8 @@
 #ifndef QIV_PYM_COMPONENT_H
 #define QIV_PYM_COMPONENT_H
 
+#include "EntryGuard.h"
+
 #include <PymMgmtSpiPortal.h>
 #include <Qiv/Portal.h>
 
@@ -82,8 +84,13 @@ class PymComponent {
   std::vector<PymMgmtSpiInterface_1*> _optionalDependencies;
 
  private:
-  static PymReturnT startTrampoline(PymStateChangeReason reason) { return instance().start(reason); }
-  static PymReturnT stopTrampoline(PymStateChangeReason reason) { return instance().stop(reason); }
+  // The framework calls these through the descriptor: nothing may throw across them.
+  static PymReturnT startTrampoline(PymStateChangeReason reason) {
+    return guarded("start", [reason] { return instance().start(reason); });
+  }
+  static PymReturnT stopTrampoline(PymStateChangeReason reason) {
+    return guarded("stop", [reason] { return instance().stop(reason); });
+  }
 
   static std::vector<PymMgmtSpiInterface_1*> nullTerminated(const std::vector<PymMgmtSpiInterface_1*>& list) {
     std::vector<PymMgmtSpiInterface_1*> array(list);

@@ -36,6 +36,8 @@ long allocatedBytes() {
 // A component object of its own (not the process's singleton) on the framework stand-in.
 class AccessManagementComponentTest : public FrameworkTestBase {
  protected:
+  explicit AccessManagementComponentTest(const std::string& model = "ldap20.xml") : FrameworkTestBase(model) {}
+
   Framework::InterfacePortal& portal() { return framework().portal(); }
 
   void initialize(const char* config = nullptr) { ASSERT_EQ(0, component.lib_init(framework().accessor(), config)); }
@@ -255,6 +257,38 @@ TEST_F(AccessManagementComponentTest, StartedComponentHandsOperatorMessagesToThe
   EXPECT_EQ(std::vector<std::string>{"@qivnbi@LDAP is applied"}, operatorMessages());
   // No transaction holds the LDAP objects yet.
   EXPECT_TRUE(component.validTransactionHandle(7));
+  EXPECT_EQ(0, component.stop(PymStateChangeShutdown));
+}
+
+TEST_F(AccessManagementComponentTest, StartNeedsAnInitializedComponent) {
+  EXPECT_EQ(-1, component.start(PymStateChangeStartup));
+  EXPECT_EQ(1u, log().count(3, "Component not initialized!"));
+  EXPECT_FALSE(component.isStarted());
+
+  // terminate takes the initialisation back.
+  initialize();
+  ASSERT_EQ(0, component.terminate());
+  EXPECT_EQ(-1, component.start(PymStateChangeStartup));
+  EXPECT_EQ(2u, log().count(3, "Component not initialized!"));
+  EXPECT_FALSE(component.isStarted());
+  EXPECT_TRUE(framework().objectImplementers().calls().empty());
+}
+
+// Without an LdapAuthenticationMethod the component starts with its framework services but
+// without configuration thread, so nothing else reaches the thread context.
+class AccessManagementComponentWithoutMethodTest : public AccessManagementComponentTest {
+ protected:
+  AccessManagementComponentWithoutMethodTest() : AccessManagementComponentTest("no-ldap-auth-method.xml") {}
+};
+
+TEST_F(AccessManagementComponentWithoutMethodTest, RefusedOperatorMessageIsAWarningWithTheFrameworksCode) {
+  initialize();
+  ASSERT_EQ(0, component.start(PymStateChangeStartup));
+  ASSERT_TRUE(component.isStarted());
+  framework().threadContext().answerNextAddMessage(-7);
+  EXPECT_EQ(-7, component.addMessage("LDAP is applied"));
+  EXPECT_EQ(1u, log().count(4, "Failed (-7) to add message!"));
+  EXPECT_TRUE(operatorMessages().empty());
   EXPECT_EQ(0, component.stop(PymStateChangeShutdown));
 }
 

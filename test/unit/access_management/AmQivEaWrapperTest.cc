@@ -156,7 +156,7 @@ TEST_F(AmQivEaWrapperTest, UnknownCommandIsOnlyAWarning) {
 TEST_F(AmQivEaWrapperTest, ScriptedUnknownCommandOfAnOlderProgramIsOnlyAWarning) {
   qivea.script("pso clear", "unknown-command");
   std::string path = "untouched";
-  EXPECT_EQ(-1, wrapper.getQivPsoClearPath(path));
+  EXPECT_EQ(-1, wrapper.getQivPsoClearPath(path, NO_TIMEOUT_MS));
   EXPECT_EQ("untouched", path);
   EXPECT_EQ(1u, log().count(4, "qivea: unknown command: pso clear\n"));
   EXPECT_EQ(0u, log().countAtLevel(3));
@@ -219,7 +219,8 @@ TEST_F(AmQivEaWrapperTest, ChildFillingTheOutputPipeBlocksUntilTheTimerKillsIt) 
   qivea.script("spi-revision", "stdout-bytes", PIPE_OVERFLOW_BYTES);
   std::string output = "untouched";
   const Clock::time_point start = Clock::now();
-  EXPECT_EQ(-11, wrapper.invoke({"spi-revision"}, output, TIMEOUT_MS));
+  // Killed, the child reports a non-zero status: mapped like any other failure.
+  EXPECT_EQ(-1, wrapper.invoke({"spi-revision"}, output, TIMEOUT_MS));
   EXPECT_GE(millisecondsSince(start), static_cast<long>(TIMEOUT_MS));
   EXPECT_EQ("untouched", output);
   EXPECT_EQ(1u, log().count(4, "Timer has expired, killing process (pid " + std::to_string(launchedPid()) + ")"));
@@ -238,13 +239,33 @@ TEST_F(AmQivEaWrapperTest, HangingChildIsKilledWithEverythingItStarted) {
   qivea.script("authentication default", "hang");
   std::string output = "untouched";
   const Clock::time_point start = Clock::now();
-  EXPECT_EQ(-11, wrapper.invoke({"authentication", "default"}, output, TIMEOUT_MS));
+  EXPECT_EQ(-1, wrapper.invoke({"authentication", "default"}, output, TIMEOUT_MS));
   EXPECT_GE(millisecondsSince(start), static_cast<long>(TIMEOUT_MS));
   EXPECT_EQ("untouched", output);
   const int grandchild = qivea.grandchildPid();
   ASSERT_GT(grandchild, 0);
   EXPECT_TRUE(isGoneWithin(grandchild, std::chrono::milliseconds(5000))) << "grandchild " << grandchild << " lives on";
   EXPECT_TRUE(isGoneWithin(launchedPid(), std::chrono::milliseconds(0)));
+}
+
+TEST_F(AmQivEaWrapperTest, KilledChildsErrorTextIsLoggedAsUsual) {
+  qivea.script("authentication default", "stderr", "LDAP server does not answer\n");
+  qivea.script("authentication default", "hang");
+  std::string output = "untouched";
+  EXPECT_EQ(-1, wrapper.invoke({"authentication", "default"}, output, TIMEOUT_MS));
+  EXPECT_EQ("untouched", output);
+  EXPECT_EQ(1u, log().count(3, "LDAP server does not answer\n"));
+  EXPECT_EQ(1u, log().count(8, "QIV-EA process return value: " + std::to_string(KILLED_STATUS)));
+}
+
+TEST_F(AmQivEaWrapperTest, PsoClearPathHonoursItsTimeOut) {
+  qivea.script("pso clear", "hang");
+  std::string path = "untouched";
+  const Clock::time_point start = Clock::now();
+  EXPECT_EQ(-1, wrapper.getQivPsoClearPath(path, TIMEOUT_MS));
+  EXPECT_LT(millisecondsSince(start), static_cast<long>(NO_TIMEOUT_MS));
+  EXPECT_EQ("untouched", path);
+  EXPECT_EQ(1u, log().count(4, "Timer has expired, killing process (pid " + std::to_string(launchedPid()) + ")"));
 }
 
 TEST_F(AmQivEaWrapperTest, ChildExitingZeroAfterTheTimerFiredTimesOut) {
@@ -288,7 +309,7 @@ TEST_F(AmQivEaWrapperTest, SpiRevisionOfAnOlderProgram) {
 
 TEST_F(AmQivEaWrapperTest, PsoClearPathIsTheDirectoryWithoutLineEnd) {
   std::string path;
-  EXPECT_EQ(0, wrapper.getQivPsoClearPath(path));
+  EXPECT_EQ(0, wrapper.getQivPsoClearPath(path, NO_TIMEOUT_MS));
   EXPECT_EQ(qivea.home() + "/pso/clear", path);
   EXPECT_TRUE(Poco::File(path).isDirectory());
   EXPECT_EQ((std::vector<Args>{Args{"pso", "clear"}}), qivea.calls());
@@ -298,7 +319,7 @@ TEST_F(AmQivEaWrapperTest, PsoClearPathIsTheDirectoryWithoutLineEnd) {
 TEST_F(AmQivEaWrapperTest, PsoClearPathLosesEveryLineFeedWhereverItStands) {
   qivea.answer("pso clear", 0, "\n/var/pso/\nclear\n\n");
   std::string path;
-  EXPECT_EQ(0, wrapper.getQivPsoClearPath(path));
+  EXPECT_EQ(0, wrapper.getQivPsoClearPath(path, NO_TIMEOUT_MS));
   EXPECT_EQ("/var/pso/clear", path);
 }
 
@@ -347,15 +368,15 @@ TEST_F(AmQivEaWrapperTest, ConfigureAuthenticationFailureThrowsWithTheMaskedLine
   EXPECT_EQ(0u, linesHolding("Succeeded to set authentication").size());
 }
 
-TEST_F(AmQivEaWrapperTest, ConfigureAuthenticationTimeOutThrows) {
+TEST_F(AmQivEaWrapperTest, ConfigureAuthenticationOfAKilledChildThrows) {
   qivea.script("authentication default", "hang");
   try {
     wrapper.configureAuthentication({"authentication", "default"}, TIMEOUT_MS);
     FAIL() << "no exception";
   } catch (const Qiv::QivException& e) {
-    EXPECT_STREQ("Failed to invoke: qivea authentication default, result: -11", e.what());
+    EXPECT_STREQ("Failed to invoke: qivea authentication default, result: -1", e.what());
   }
-  EXPECT_EQ(1u, log().count(3, "Failed to invoke QIV-EA, return code: -11"));
+  EXPECT_EQ(1u, log().count(3, "Failed to invoke QIV-EA, return code: -1"));
 }
 
 // --- the stand-in answers what the component sends ---
@@ -498,7 +519,7 @@ TEST_F(AmQivEaWrapperTest, TimedOutInvocationLeavesNoDescriptorThreadOrChild) {
   std::string output;
   const std::set<std::string> descriptors = entries("/proc/self/fd");
   const std::set<std::string> threads = entries("/proc/self/task");
-  EXPECT_EQ(-11, wrapper.invoke({"spi-revision"}, output, TIMEOUT_MS));
+  EXPECT_EQ(-1, wrapper.invoke({"spi-revision"}, output, TIMEOUT_MS));
   EXPECT_EQ(descriptors, entries("/proc/self/fd"));
   EXPECT_EQ(threads, entries("/proc/self/task"));
   EXPECT_TRUE(hasNoChild());

@@ -6,6 +6,7 @@
 
 #include "FakeExtCmRouter.h"
 #include "FrameworkTestBase.h"
+#include "RecordedOperatorMessages.h"
 
 #include <gtest/gtest.h>
 
@@ -116,7 +117,7 @@ std::string trace(const std::string& dn, const std::string& name) {
 class AttrSyncRegistrationTest : public FrameworkTestBase {
  protected:
   AttrSyncRegistrationTest() : router(framework().portal()) {
-    runnable.addExternalInterface(threadContextInterface());
+    runnable.setOperatorMessages(&operatorChannel);
     runnable.setLdap20AttributesExist(true);
   }
 
@@ -137,6 +138,7 @@ class AttrSyncRegistrationTest : public FrameworkTestBase {
   }
 
   FakeExtCmRouter router;
+  RecordedOperatorMessages operatorChannel;
   ConfigurationRunnable runnable;
   AmLdapAttrSync ldapSync;
   AmUserManagementAttrSync userManagementSync;
@@ -460,7 +462,7 @@ TEST_F(AttrSyncTest, FilterTypeTwoWithProfileFilterOnePasses) {
             writes());
   EXPECT_EQ(1u, log().count(8, std::string(" >> dn: ") + LDAP_DN));
   EXPECT_EQ(0u, log().countAtLevel(3));
-  EXPECT_TRUE(operatorMessages().empty());
+  EXPECT_TRUE(operatorChannel.texts.empty());
 }
 
 TEST_F(AttrSyncTest, FilterTypeTwoWithProfileFilterTwoIsRefusedAsConflicting) {
@@ -469,7 +471,7 @@ TEST_F(AttrSyncTest, FilterTypeTwoWithProfileFilterTwoIsRefusedAsConflicting) {
   EXPECT_EQ(-1, ldapSync.setMoAttributes(TX, LDAP_DN, list.get()));
   EXPECT_TRUE(router.writes.empty());
   EXPECT_EQ(1u, log().count(3, CONFLICT_TEXT));
-  EXPECT_EQ(std::vector<std::string>{std::string("@qivnbi@") + CONFLICT_TEXT}, operatorMessages());
+  EXPECT_EQ(std::vector<std::string>{CONFLICT_TEXT}, operatorChannel.texts);
 }
 
 TEST_F(AttrSyncTest, OneOfThePairSetAndTheOtherUnsetIsAConflict) {
@@ -622,7 +624,7 @@ TEST_F(AttrSyncTest, BeforeTheLdap20AttributesExistEveryWritePassesThroughUnchan
                                 setList(LDAP_DN, PROFILE_FILTER, PymMoValueType_Enum, {"2"})}),
       writes());
   EXPECT_EQ(0u, log().countAtLevel(3));
-  EXPECT_TRUE(operatorMessages().empty());
+  EXPECT_TRUE(operatorChannel.texts.empty());
   // Still traced.
   EXPECT_EQ(1u, log().count(8, trace(LDAP_DN, FILTER_TYPE)));
 }

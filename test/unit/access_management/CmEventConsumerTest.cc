@@ -103,6 +103,29 @@ TEST_F(CmEventConsumerTest, MissingRouterLeavesTheConsumerStopped) {
   EXPECT_EQ(1u, log().count(3, "Could not register consumer"));
 }
 
+TEST_F(CmEventConsumerTest, RefusedSubscriptionTakesTheConsumerBackOffTheRouter) {
+  framework().eventRouter().answerNextAddSubscription(PymFailure);
+  Consumer consumer;
+  consumer.start(TLS_SUBSCRIPTION_PATTERN, &Subscriber::onChange, &subscriber);
+  EXPECT_FALSE(consumer.isStarted());
+  EXPECT_EQ(1u, log().count(3, "Could not add subscription"));
+  EXPECT_EQ(0u, framework().eventRouter().consumerCount());
+}
+
+TEST_F(CmEventConsumerTest, StartAfterARefusedSubscriptionLeavesExactlyOneConsumer) {
+  framework().eventRouter().answerNextAddSubscription(PymFailure);
+  Consumer consumer;
+  consumer.start(TLS_SUBSCRIPTION_PATTERN, &Subscriber::onChange, &subscriber);
+  ASSERT_FALSE(consumer.isStarted());
+  consumer.start(TLS_SUBSCRIPTION_PATTERN, &Subscriber::onChange, &subscriber);
+  ASSERT_TRUE(consumer.isStarted());
+  EXPECT_EQ(1u, framework().eventRouter().consumerCount());
+  commitCipherFilter("HIGH");
+  EXPECT_EQ(std::vector<std::string>{std::string(TLS_DN) + " cipherFilter=HIGH"}, subscriber.seen);
+  consumer.stop();
+  EXPECT_EQ(0u, framework().eventRouter().consumerCount());
+}
+
 TEST_F(CmEventConsumerTest, ExceptionsOfTheSubscriberStayInTheConsumer) {
   {
     Consumer consumer;

@@ -105,8 +105,10 @@ TEST_F(ConfigurationRunnableCommandTest, FullCommandLineInItsOrderThenCommittedW
 
   EXPECT_EQ(0, runnable->prepareUpdateConfiguration(config));
   EXPECT_EQ(expected, runnable->getLdapCommandArgs());
+  EXPECT_EQ(1u, log().count(8, "Set LDAP configuration"));
   EXPECT_EQ(0, runnable->updateConfiguration(config));
   EXPECT_TRUE(runnable->getLdapCommandArgs().empty());
+  EXPECT_EQ(1u, log().count(8, "Administrative state unlocked - setting LDAP configuration"));
 
   const std::vector<Args> calls = authenticationCalls();
   ASSERT_EQ(3u, calls.size());  // the probe, the dry run, the commit
@@ -135,6 +137,28 @@ TEST_F(ConfigurationRunnableCommandTest, Ipv6AddressIsBracketedAndGetsThePortOnl
   EXPECT_EQ("--uri=ldaps://[::1]:636", prepared(*runnable, config)[3]);
   config.ldapIpAddress = "ldap.example.com";
   EXPECT_EQ("--uri=ldaps://ldap.example.com:636", prepared(*runnable, config)[3]);
+}
+
+TEST_F(ConfigurationRunnableCommandTest, FallbackSchemeFollowsThePrimaryServerNotUseTlsFallback) {
+  auto runnable = runnableForRevision("1.4.0");
+  LdapConfiguration config = fullConfiguration();
+  config.useTlsFallback = false;
+  EXPECT_EQ("--uri=ldaps://10.0.0.2:636", prepared(*runnable, config)[4]);
+  config.useTls = false;
+  config.useTlsFallback = true;
+  config.serverPort = 0;
+  EXPECT_EQ("--uri=ldap://10.0.0.2", prepared(*runnable, config)[4]);
+}
+
+TEST_F(ConfigurationRunnableCommandTest, DryRunOfAnotherAdministrativeStateGivesMinusSixWithoutACommand) {
+  auto runnable = runnableForRevision("1.4.0");
+  LdapConfiguration config = fullConfiguration();
+  config.administrativeState = static_cast<AdministrativeState>(2);
+  EXPECT_EQ(-6, runnable->prepareUpdateConfiguration(config));
+  EXPECT_TRUE(authenticationCalls().empty());
+  EXPECT_TRUE(runnable->getLdapCommandArgs().empty());
+  EXPECT_EQ(0u, log().count(8, "Set LDAP configuration"));
+  EXPECT_EQ(0u, log().count(8, "Set default configuration"));
 }
 
 TEST_F(ConfigurationRunnableCommandTest, StartTlsWritesNoMode) {

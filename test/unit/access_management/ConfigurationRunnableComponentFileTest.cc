@@ -1,6 +1,7 @@
 #include "ConfigurationRunnable.h"
 
 #include "FrameworkTestBase.h"
+#include "RecordedOperatorMessages.h"
 
 #include <Qiv/QivException.h>
 
@@ -28,6 +29,8 @@ std::string element(const std::string& key, const std::string& value) { return "
 
 class ConfigurationRunnableComponentFileTest : public FrameworkTestBase {
  protected:
+  ConfigurationRunnableComponentFileTest() { runnable.setOperatorMessages(&operatorChannel); }
+
   int read(const std::string& text) { return runnable.readComponentConfiguration(text.c_str()); }
   LdapConfiguration record() { return runnable.getLdapConfiguration(); }
 
@@ -47,6 +50,7 @@ class ConfigurationRunnableComponentFileTest : public FrameworkTestBase {
     }
   }
 
+  RecordedOperatorMessages operatorChannel;
   ConfigurationRunnable runnable;
 
  private:
@@ -86,7 +90,7 @@ TEST_F(ConfigurationRunnableComponentFileTest, SevenDigitPortIsInvalid) {
   EXPECT_TRUE(record().configFileInvalid);
   EXPECT_EQ(0, record().serverPort);
   EXPECT_EQ(STARTTLS, record().tlsMode);  // reading stopped at the port
-  EXPECT_TRUE(operatorMessages().empty());
+  EXPECT_TRUE(operatorChannel.texts.empty());
 }
 
 TEST_F(ConfigurationRunnableComponentFileTest, PortAbove16BitsWrapsWithoutRangeCheck) {

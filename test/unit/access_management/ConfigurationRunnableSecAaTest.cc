@@ -397,14 +397,38 @@ class ConfigurationRunnableCipherTest : public ConfigurationRunnableSecAaTest {
     config.cipherFilter = std::string(MODEL_FILTER) + ":@STRENGTH";
     return config;
   }
+
+  static std::string traced(const std::string& text) { return std::to_string(kTrace) + " " + text; }
+
+  // What cipherReconfiguration itself wrote, in order, as "LEVEL text".
+  std::vector<std::string> reconfigurationLines() {
+    std::vector<std::string> lines;
+    for (const Framework::LogRecord& record : log().records())
+      if (record.method == "cipherReconfiguration") lines.push_back(std::to_string(record.level) + " " + record.text);
+    return lines;
+  }
+
+ private:
+  std::string passwordDirectory() {
+    Poco::File(_passwordDirectory.path()).createDirectories();
+    return _passwordDirectory.path();
+  }
+
+  // The password file the qivea path writes goes to a directory of the test's own, not to /tmp
+  // where other runs read theirs.
+  Poco::TemporaryFile _passwordDirectory;
+  ScopedEnvironmentVariable _tmpdir{"TMPDIR", passwordDirectory()};
 };
 
 TEST_F(ConfigurationRunnableCipherTest, SameCipherListSendsNothing) {
   auto runnable = qiveaPath("1.4.0", withModelFilter(unlocked()));
   runnable->cipherReconfiguration(MODEL_FILTER);
   EXPECT_TRUE(authenticationCalls().empty());
-  EXPECT_EQ(1u, log().count(kTrace, std::string("Not reconfiguring with cipherFilter ") + MODEL_FILTER +
-                                        ":@STRENGTH since same as already set filter"));
+  EXPECT_EQ((std::vector<std::string>{traced(" >> "),
+                                      traced(std::string("Not reconfiguring with cipherFilter ") + MODEL_FILTER +
+                                             ":@STRENGTH since same as already set filter"),
+                                      traced(" << ")}),
+            reconfigurationLines());
 }
 
 TEST_F(ConfigurationRunnableCipherTest, NewCipherListIsPreparedThenApplied) {
@@ -412,10 +436,14 @@ TEST_F(ConfigurationRunnableCipherTest, NewCipherListIsPreparedThenApplied) {
   runnable->cipherReconfiguration("HIGH");
   const std::vector<Args> calls = authenticationCalls();
   ASSERT_EQ(2u, calls.size());
+  // The dry run first, then the update itself.
   EXPECT_EQ("--prepare", calls[0][2]);
+  EXPECT_EQ(calls[1].end(), std::find(calls[1].begin(), calls[1].end(), "--prepare"));
   EXPECT_NE(calls[0].end(), std::find(calls[0].begin(), calls[0].end(), "--cipherFilter=HIGH:@STRENGTH"));
   EXPECT_NE(calls[1].end(), std::find(calls[1].begin(), calls[1].end(), "--cipherFilter=HIGH:@STRENGTH"));
-  EXPECT_EQ(1u, log().count(kTrace, "Reconfiguring with cipherFilter HIGH:@STRENGTH"));
+  EXPECT_EQ((std::vector<std::string>{traced(" >> "), traced("Reconfiguring with cipherFilter HIGH:@STRENGTH"),
+                                      traced(" << ")}),
+            reconfigurationLines());
   // Appended even to a list that ends with the suffix already.
   runnable->cipherReconfiguration("HIGH:@STRENGTH");
   EXPECT_EQ("HIGH:@STRENGTH:@STRENGTH", runnable->getLdapConfiguration().cipherFilter);
@@ -427,7 +455,12 @@ TEST_F(ConfigurationRunnableCipherTest, WithoutTlsTheListIsStoredAndALaterSwitch
   auto runnable = qiveaPath("1.4.0", config);
   runnable->cipherReconfiguration("HIGH");
   EXPECT_TRUE(authenticationCalls().empty());
-  EXPECT_EQ(1u, log().count(kTrace, "Not reconfiguring with cipherFilter HIGH:@STRENGTH since useTls set to false"));
+  EXPECT_EQ(
+      (std::vector<std::string>{traced(" >> "),
+                                traced("Not reconfiguring with cipherFilter HIGH:@STRENGTH since useTls set to false"),
+                                traced(" << ")}),
+            reconfigurationLines());
+  EXPECT_EQ("HIGH:@STRENGTH", runnable->getLdapConfiguration().cipherFilter);
   // The next applied configuration (as a transaction edits it) switches TLS on.
   LdapConfiguration edited = runnable->getLdapConfiguration();
   edited.useTls = true;
@@ -441,7 +474,10 @@ TEST_F(ConfigurationRunnableCipherTest, QiveaOlderThanRevision12GetsNothingAndNo
   runnable->cipherReconfiguration("HIGH");
   EXPECT_TRUE(authenticationCalls().empty());
   EXPECT_EQ(std::string(MODEL_FILTER) + ":@STRENGTH", runnable->getLdapConfiguration().cipherFilter);
-  EXPECT_EQ(1u, log().count(kTrace, "Qivea is not supported , not reconfiguring the cipher filter"));
+  EXPECT_EQ((std::vector<std::string>{traced(" >> "),
+                                      traced("Qivea is not supported , not reconfiguring the cipher filter"),
+                                      traced(" << ")}),
+            reconfigurationLines());
 }
 
 TEST_F(ConfigurationRunnableCipherTest, OnTheFrameworkPathAnOlderQiveaDoesNotMatter) {
@@ -453,6 +489,9 @@ TEST_F(ConfigurationRunnableCipherTest, OnTheFrameworkPathAnOlderQiveaDoesNotMat
   ASSERT_EQ(1u, registerCalls().size());
   runnable->cipherReconfiguration("HIGH");
   EXPECT_EQ(2u, registerCalls().size());
+  EXPECT_EQ((std::vector<std::string>{traced(" >> "), traced("Reconfiguring with cipherFilter HIGH:@STRENGTH"),
+                                      traced(" << ")}),
+            reconfigurationLines());
   EXPECT_NE(std::string::npos, FileProbe::text(frameworkFile()).find("\nldap_tls_cipher_suite = HIGH:@STRENGTH\n"));
   EXPECT_NE(std::string::npos, FileProbe::text(serviceModuleFile()).find("\nldap_tls_cipher_suite = HIGH:@STRENGTH\n"));
   EXPECT_EQ("HIGH:@STRENGTH", runnable->getLdapConfiguration().cipherFilter);

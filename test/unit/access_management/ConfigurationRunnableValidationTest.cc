@@ -1,6 +1,7 @@
 #include "ConfigurationRunnable.h"
 
 #include "FrameworkTestBase.h"
+#include "RecordedOperatorMessages.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +23,7 @@ const char LDAPS_WARNING[] = "TlsMode is set to LDAPS but UseTls is disabled, TL
 
 class ConfigurationRunnableValidationTest : public FrameworkTestBase {
  protected:
-  ConfigurationRunnableValidationTest() { runnable.addExternalInterface(threadContextInterface()); }
+  ConfigurationRunnableValidationTest() { runnable.setOperatorMessages(&operatorChannel); }
 
   // A configuration that passes every rule.
   static LdapConfiguration validUnlocked() {
@@ -38,6 +39,7 @@ class ConfigurationRunnableValidationTest : public FrameworkTestBase {
     runnable.setBaseDnSet(true);
   }
 
+  RecordedOperatorMessages operatorChannel;
   ConfigurationRunnable runnable;
 };
 
@@ -45,7 +47,7 @@ TEST_F(ConfigurationRunnableValidationTest, LockedConfigurationWithEveryAttribut
   LdapConfiguration config;
   EXPECT_EQ(0, runnable.validateConfiguration(&config, true));
   EXPECT_EQ(1u, log().count(8, "Validation : administrativeState is LOCKED, LDAP is not used."));
-  EXPECT_TRUE(operatorMessages().empty());
+  EXPECT_TRUE(operatorChannel.texts.empty());
   EXPECT_EQ(0u, log().countAtLevel(4));
 }
 
@@ -58,11 +60,11 @@ TEST_F(ConfigurationRunnableValidationTest, EveryViolatedRuleIsReportedInRuleOrd
   EXPECT_EQ(-9, runnable.validateConfiguration(&config, false));
   EXPECT_EQ(1u, log().count(4, MANDATORY_LOG));
   EXPECT_EQ(1u, log().count(4, BIND_TEXT));
-  EXPECT_TRUE(operatorMessages().empty());
+  EXPECT_TRUE(operatorChannel.texts.empty());
 
   EXPECT_EQ(-9, runnable.validateConfiguration(&config, true));
-  EXPECT_EQ((std::vector<std::string>{std::string("@qivnbi@") + MANDATORY_OPERATOR, std::string("@qivnbi@") + BIND_TEXT}),
-            operatorMessages());
+  EXPECT_EQ((std::vector<std::string>{MANDATORY_OPERATOR, BIND_TEXT}),
+            operatorChannel.texts);
 }
 
 TEST_F(ConfigurationRunnableValidationTest, MandatoryRuleTracesLengthsAndNeedsBothSetMarks) {
@@ -90,7 +92,7 @@ TEST_F(ConfigurationRunnableValidationTest, ServerPortIsCheckedOnlyWhenSet) {
   config.serverPort = 0;
   EXPECT_EQ(0, runnable.validateConfiguration(&config, true));
   EXPECT_EQ(0u, log().countContaining("serverPort"));
-  EXPECT_TRUE(operatorMessages().empty());
+  EXPECT_TRUE(operatorChannel.texts.empty());
 }
 
 TEST_F(ConfigurationRunnableValidationTest, FlexibleFilterNeedsFilterAndType) {
@@ -100,7 +102,7 @@ TEST_F(ConfigurationRunnableValidationTest, FlexibleFilterNeedsFilterAndType) {
   config.filter = "(uid=<UID>)";
   EXPECT_EQ(-9, runnable.validateConfiguration(&config, true));
   EXPECT_EQ(1u, log().count(4, FILTER_TEXT));
-  EXPECT_EQ(std::vector<std::string>{std::string("@qivnbi@") + FILTER_TEXT}, operatorMessages());
+  EXPECT_EQ(std::vector<std::string>{FILTER_TEXT}, operatorChannel.texts);
 
   config.type = "cn";
   EXPECT_EQ(0, runnable.verifyFilterAttributes(&config, false));
@@ -115,7 +117,7 @@ TEST_F(ConfigurationRunnableValidationTest, ClientCertificateAndKeyComeTogether)
   config.tlsClientCertificate = "/certs/client.pem";
   EXPECT_EQ(-9, runnable.validateConfiguration(&config, true));
   EXPECT_EQ(1u, log().count(4, TLS_CLIENT_TEXT));
-  EXPECT_EQ(std::vector<std::string>{std::string("@qivnbi@") + TLS_CLIENT_TEXT}, operatorMessages());
+  EXPECT_EQ(std::vector<std::string>{TLS_CLIENT_TEXT}, operatorChannel.texts);
   config.tlsClientKey = "/certs/client.key";
   EXPECT_EQ(0, runnable.verifyTlsClientAttributes(&config, false));
   config.tlsClientCertificate.clear();
@@ -131,7 +133,7 @@ TEST_F(ConfigurationRunnableValidationTest, TargetBasedAccessControlRuleAppliesO
   runnable.setLdap20AttributesExist(true);
   EXPECT_EQ(-9, runnable.validateConfiguration(&config, true));
   EXPECT_EQ(1u, log().count(4, TARGET_TEXT));
-  EXPECT_EQ(std::vector<std::string>{std::string("@qivnbi@") + TARGET_TEXT}, operatorMessages());
+  EXPECT_EQ(std::vector<std::string>{TARGET_TEXT}, operatorChannel.texts);
 
   config.nodeType = "X";
   EXPECT_EQ(0, runnable.validateConfiguration(&config, false));
@@ -146,7 +148,7 @@ TEST_F(ConfigurationRunnableValidationTest, LdapsWithoutTlsOnlyWarns) {
   config.tlsMode = LDAPS;
   EXPECT_EQ(0, runnable.validateConfiguration(&config, true));
   EXPECT_EQ(1u, log().count(4, LDAPS_WARNING));
-  EXPECT_TRUE(operatorMessages().empty());
+  EXPECT_TRUE(operatorChannel.texts.empty());
   config.useTls = true;
   EXPECT_EQ(0, runnable.validateConfiguration(&config, true));
   EXPECT_EQ(1u, log().count(4, LDAPS_WARNING));
@@ -175,14 +177,14 @@ TEST_F(ConfigurationRunnableValidationTest, BindPasswordIsNeverLoggedOnlyItsLeng
   EXPECT_EQ(2u, log().count(8, "Validation: bindDn (length: 0),  bindPassword (length: 22)") +
                     log().count(8, "Validation: bindDn (length: 26),  bindPassword (length: 22)"));
   EXPECT_EQ(0u, log().countContaining(password));
-  for (const std::string& message : operatorMessages()) EXPECT_EQ(std::string::npos, message.find(password));
+  for (const std::string& message : operatorChannel.texts) EXPECT_EQ(std::string::npos, message.find(password));
 }
 
 TEST_F(ConfigurationRunnableValidationTest, ValidateAttributeChecksLengthsThenPattern) {
   EXPECT_EQ(-9, runnable.validateAttribute("serverPort", 1, 6, "(^[0-9]+$|SERVER_PORT_NOT_SET + $)", "1234567", true));
   EXPECT_EQ(1u, log().count(4, "Validation failed - string too long: serverPort=\"1234567\""));
-  EXPECT_EQ(std::vector<std::string>{"@qivnbi@Validation failed - string too long: serverPort=\"1234567\""},
-            operatorMessages());
+  EXPECT_EQ(std::vector<std::string>{"Validation failed - string too long: serverPort=\"1234567\""},
+            operatorChannel.texts);
 
   // Equal limits: no upper check.
   EXPECT_EQ(0, runnable.validateAttribute("code", 6, 6, "^[0-9]+$", "12345678", true));
@@ -197,17 +199,29 @@ TEST_F(ConfigurationRunnableValidationTest, ValidateAttributeChecksLengthsThenPa
 TEST_F(ConfigurationRunnableValidationTest, ValidateAttributeWithUnusablePatternGivesMinusOneWithoutOperatorText) {
   EXPECT_EQ(-1, runnable.validateAttribute("name", 0, 0, "(", "value", true));
   EXPECT_EQ(1u, log().count(4, "Invalid string attribute regular expression name =~ \"(\""));
-  EXPECT_TRUE(operatorMessages().empty());
+  EXPECT_TRUE(operatorChannel.texts.empty());
 
   EXPECT_EQ(0, runnable.validateAttribute("name", 0, 0, "", "anything", true));
   EXPECT_EQ(1u, log().count(4, "Restriction pattern empty! Validating: name"));
 }
 
-TEST_F(ConfigurationRunnableValidationTest, OperatorMessageWithoutThreadContextIsOnlyLogged) {
+TEST_F(ConfigurationRunnableValidationTest, OperatorMessageWithoutTheComponentsChannelIsOnlyLogged) {
   ConfigurationRunnable bare;
   bare.addMessage("text for the operator");
   EXPECT_EQ(1u, log().count(4,
                             "PymMgmtSpiThreadContext interface missing; failed to add failure message: \"text for the "
                             "operator\""));
   EXPECT_TRUE(operatorMessages().empty());
+}
+
+TEST_F(ConfigurationRunnableValidationTest, RefusedOperatorMessageIsLeftToTheChannel) {
+  operatorChannel.result = -1;
+  markMandatorySet();
+  LdapConfiguration config = validUnlocked();
+  config.bindDn.clear();
+  config.bindPassword = "secret";
+  EXPECT_EQ(-9, runnable.validateConfiguration(&config, true));
+  EXPECT_EQ(std::vector<std::string>{BIND_TEXT}, operatorChannel.texts);
+  // The channel logs its own refusal; the thread adds no second line.
+  EXPECT_EQ(0u, log().count(4, "Failed (-1) to add message!"));
 }

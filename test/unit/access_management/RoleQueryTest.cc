@@ -5,6 +5,7 @@
 #include "FrameworkTestBase.h"
 #include "IAmLdap.h"
 #include "LdapModel.h"
+#include "MallocFailure.h"
 #include "QiveaStandIn.h"
 #include "ScopedEnvironmentVariable.h"
 #include "SecAcsStandIn.h"
@@ -96,8 +97,8 @@ class ScriptedAmLdap : public IAmLdap {
 
 // A component object of its own per test, started on the framework stand-in with the qivea
 // stand-in answering. Not the process's singleton: the configuration thread object keeps values
-// (optional attributes, the TLS-mode probe, the security framework's use) from one start to the
-// next, and a query's arguments must not depend on what an earlier test left.
+// (the TLS-mode probe, the security framework's use) from one start to the next, and a query's
+// arguments must not depend on what an earlier test left.
 class RoleQueryTest : public FrameworkTestBase {
  protected:
   explicit RoleQueryTest(const std::string& model = "ldap20.xml") : FrameworkTestBase(model) {}
@@ -465,6 +466,34 @@ TEST_F(RoleQueryTest, UserWithoutRolesGetsMinusOneAndNoArray) {
   EXPECT_EQ(1u, searchCalls().size());
 }
 
+TEST_F(RoleQueryTest, RoleArrayThatCannotBeBuiltGivesMinusTenAndNoArray) {
+  unlock();
+  // A role of a length nothing else allocates in the query, so that only its copy fails.
+  const std::string role(4098, 'r');
+  qivea.setUsers("alice:" + role + "\n");
+  ASSERT_EQ(0, start());
+  MallocFailure::failNextOfSize(role.size() + 1);
+  EXPECT_EQ(-10, query());
+  EXPECT_TRUE(MallocFailure::hasFailed());
+  EXPECT_EQ(marker, roles);
+  EXPECT_EQ(1u, log().count(3, "Caught exception: Cannot allocate role 0"));
+}
+
+TEST_F(RoleQueryTest, RestartDropsABindPasswordRemovedWhileStopped) {
+  unlock();
+  setBindPassword("S3cr3t-Pw!");
+  ASSERT_EQ(0, start());
+  ASSERT_EQ("S3cr3t-Pw!", component->getConfigurationRunnable().getLdapConfiguration().bindPassword);
+  ASSERT_EQ(0, component->stop(PymStateChangeShutdown));
+  framework().model().setStructValue(LDAP_DN, BIND_PASSWORD, {});
+  ASSERT_EQ(0, component->start(PymStateChangeStartup));
+  EXPECT_EQ("", component->getConfigurationRunnable().getLdapConfiguration().bindPassword);
+  qivea.setUsers("alice:admin\n");
+  ASSERT_EQ(0, query());
+  EXPECT_EQ(std::string::npos, onlySearchArgument().find("--bindPassword="));
+  EXPECT_EQ(0, component->freeRoles("LDAP", roles));
+}
+
 TEST_F(RoleQueryTest, CommandFailureCodeIsReturnedAsItIsAndNoRolesAreHandedOut) {
   unlock();
   ASSERT_EQ(0, start());
@@ -667,20 +696,35 @@ std::string currentPath() {
 
 }  // namespace
 
-// The security framework present: "acs-config-update" on PATH (qivea still before it) and its
-// user-authorization library loaded before the component opens it.
-class RoleQueryServiceModuleTest : public RoleQueryTest {
+// The security framework present: "acs-config-update" on PATH (qivea still before it).
+class RoleQuerySecurityFrameworkTest : public RoleQueryTest {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(library.loaded()) << dlerror();
-    RoleQueryTest::SetUp();
-  }
-
   AcsConfigUpdateStandIn acs{ACS_CONFIG_UPDATE_PROGRAM};
   ScopedEnvironmentVariable path{"PATH", std::string(QIVEA_DIR) + ":" + currentPath()};
   SecAcsStandIn secAcs;
+};
+
+// ... with its user-authorization library loaded before the component opens it.
+class RoleQueryServiceModuleTest : public RoleQuerySecurityFrameworkTest {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(library.loaded()) << dlerror();
+    RoleQuerySecurityFrameworkTest::SetUp();
+  }
+
   PreloadedLibrary library{SEC_ACS_LIBRARY};
 };
+
+TEST_F(RoleQuerySecurityFrameworkTest, WithoutTheUserAuthorizationLibraryTheServiceModuleIsNotAsked) {
+  secAcs.setUsers({{"alice", {"admin"}}});
+  ASSERT_EQ(0, start());
+  ASSERT_TRUE(component->getConfigurationRunnable().isUsingSecAaFramework());
+  EXPECT_EQ(-1, query());
+  EXPECT_EQ(marker, roles);
+  EXPECT_EQ(0u, log().count(8, "Using Service Module authorization function"));
+  EXPECT_EQ(0u, secAcs.callCount("acs_uai_initialize"));
+  EXPECT_EQ(1u, log().count(4, NO_METHOD_TEXT));
+}
 
 TEST_F(RoleQueryServiceModuleTest, ServiceModuleIsAskedEvenWhileLdapIsLocked) {
   secAcs.setUsers({{"alice", {"admin", "operator"}}});
