@@ -29,6 +29,12 @@ class QiveaStandIn {
 
   std::string home() const { return _root.path() + "/home"; }
 
+  // Removes the home at once, for a process that ends without running destructors.
+  void removeHome() const {
+    Poco::File root(_root.path());
+    if (root.exists()) root.remove(true);
+  }
+
   // Every call's arguments, word for word, in the order of the calls.
   std::vector<std::vector<std::string>> calls() const {
     std::vector<std::vector<std::string>> result;

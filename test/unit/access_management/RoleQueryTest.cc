@@ -830,8 +830,12 @@ class RoleQueryEntryPointTest : public FrameworkTestBase {
   // The child runs this test afresh, with its own framework and stand-ins.
   RoleQueryEntryPointTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
-  // The child's checks failed or not, as its exit status.
-  [[noreturn]] static void exitWithResult() { std::exit(HasFailure() ? 1 : 0); }
+  // The child's checks failed or not, as its exit status. The child's stand-ins get no
+  // destructor call, so its qivea home goes first.
+  [[noreturn]] void exitWithResult() {
+    qivea.removeHome();
+    std::exit(HasFailure() ? 1 : 0);
+  }
 
   void stopSingleton() {
     AccessManagementComponent& singleton = AccessManagementComponent::instance();
