@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstring>
 #include <string>
 
 namespace {
@@ -17,26 +16,6 @@ const char WAIT_SECONDS[] = "3";
 // A run of "authentication default" outlasting the start-up wait and the 10 s join of the stop
 // that follows it, well within its own 30 s limit.
 const char HANGING_RUN_MS[] = "16000";
-
-// The framework's accessor without the version-1 portal that the configuration thread needs.
-struct AccessorWithoutVersion1Portal {
-  static PymMgmtSpiInterfacePortalAccessor* wrap(PymMgmtSpiInterfacePortalAccessor* real) {
-    wrapped = real;
-    accessor.base = real->base;
-    accessor.getPortal = &getPortal;
-    return &accessor;
-  }
-
-  static void* getPortal(const char* version) {
-    return std::strcmp(version, "1") == 0 ? nullptr : wrapped->getPortal(version);
-  }
-
-  static PymMgmtSpiInterfacePortalAccessor* wrapped;
-  static PymMgmtSpiInterfacePortalAccessor accessor;
-};
-
-PymMgmtSpiInterfacePortalAccessor* AccessorWithoutVersion1Portal::wrapped = nullptr;
-PymMgmtSpiInterfacePortalAccessor AccessorWithoutVersion1Portal::accessor = {};
 
 }  // namespace
 
@@ -72,8 +51,9 @@ TEST_F(LifecycleRestartTest, StartWhileTheUnjoinedThreadStillRunsFailsAndLeavesN
 }
 
 TEST_F(LifecycleTest, ThreadOfAFailedInitNeverReadsTheModel) {
-  ASSERT_EQ(0, library->init(AccessorWithoutVersion1Portal::wrap(framework().accessor()), componentFile("1").c_str()));
-  descriptor = framework().portal().components().front();
+  // Without the version-1 portal the configuration thread is handed nothing to read through.
+  framework().portal().offerPortal("1", false);
+  initialize(componentFile("1"));
   EXPECT_EQ(-1, start());
   EXPECT_EQ(1u, log().count(8, "Invalid arguments"));
   EXPECT_EQ(1u, log().count(3, "Not initialized!"));

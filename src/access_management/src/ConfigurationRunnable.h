@@ -111,9 +111,9 @@ class ConfigurationRunnable : public Poco::Runnable {
   int createCertificateStorage(const std::string& dir, LdapConfigFileProducer& producer);
   int copyCert(const std::string& source, const std::string& targetDir, std::string& copiedPath);
 
-  // Framework interfaces the runnable may use: the thread context for operator messages and
-  // the crypto service ("PymMwSpiCrypto") for the bind password. Borrowed; they must outlive the
-  // runnable.
+  // Framework interfaces handed over at start, the thread context among them; the runnable
+  // itself uses the crypto service ("PymMwSpiCrypto") for the bind password. Operator texts go
+  // through setOperatorMessages instead. Borrowed; they must outlive the runnable.
   void addExternalInterface(PymMgmtSpiInterface_1* interface);
 
   // Where operator texts go (the component); borrowed, null: only logged.
