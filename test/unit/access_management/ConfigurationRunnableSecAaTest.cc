@@ -3,7 +3,6 @@
 #include "AcsConfigUpdateStandIn.h"
 #include "Eventually.h"
 #include "FileProbe.h"
-#include "ForkedCheck.h"
 #include "FrameworkTestBase.h"
 #include "LdapModel.h"
 #include "QiveaStandIn.h"
@@ -43,13 +42,31 @@ const Args kDeregister = {"--deregister", "LdapAuthenticationMethod"};
 
 bool exists(const std::string& path) { return Poco::File(path).exists(); }
 
-// Files larger than bytes cannot be written any more by this process or its children; a write
-// beyond fails instead of ending the process.
-void limitFileSize(rlim_t bytes) {
-  std::signal(SIGXFSZ, SIG_IGN);
-  const rlimit limit = {bytes, bytes};
-  ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limit));
-}
+// While it lives, files larger than bytes cannot be written by this process or its children; a
+// write beyond fails instead of ending the process. Only the soft limit drops, so the old one
+// comes back. (Not in a forked copy: the copy starts threads, which ThreadSanitizer does not
+// follow after a fork of a process with threads.)
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : _handler(std::signal(SIGXFSZ, SIG_IGN)) {
+    _set = ::getrlimit(RLIMIT_FSIZE, &_previous) == 0;
+    rlimit limit = _previous;
+    limit.rlim_cur = bytes;
+    _set = _set && ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+  }
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &_previous);
+    std::signal(SIGXFSZ, _handler);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+  bool isSet() const { return _set; }
+
+ private:
+  void (*_handler)(int);
+  rlimit _previous = {};
+  bool _set = false;
+};
 
 // The runnable's thread body on a thread of its own, stopped and joined however the test ends.
 class RunningThread {
@@ -218,11 +235,12 @@ TEST_F(ConfigurationRunnableSecAaTest, CertificateStoreThatCannotBeFilledEndsThe
 }
 
 TEST_F(ConfigurationRunnableSecAaTest, FrameworkFileThatCannotBeWrittenEndsTheRegistration) {
-  EXPECT_TRUE(ForkedCheck::run([&] {
-    limitFileSize(512);
+  {
+    const FileSizeLimit limit(512);
+    ASSERT_TRUE(limit.isSet());
     EXPECT_EQ(-1, registerWith(runnable, unlocked()));
-    EXPECT_EQ(1u, log().count(3, "Failed to write ACS Configuration file (" + frameworkFile() + ") (-1)"));
-  }));
+  }
+  EXPECT_EQ(1u, log().count(3, "Failed to write ACS Configuration file (" + frameworkFile() + ") (-1)"));
   EXPECT_EQ(512u, FileProbe::text(frameworkFile()).size());
   EXPECT_TRUE(exists(acsDirectory() + "/cert/node.pem"));
   EXPECT_TRUE(acs.calls().empty());
@@ -252,11 +270,12 @@ TEST_F(ConfigurationRunnableSecAaTest, ServiceModuleFileThatCannotBeWrittenComes
   LdapConfiguration config = unlocked();
   // Only the service module's file holds the filter: it alone outgrows the limit.
   config.filter = std::string(8000, 'f');
-  EXPECT_TRUE(ForkedCheck::run([&] {
-    limitFileSize(4096);
+  {
+    const FileSizeLimit limit(4096);
+    ASSERT_TRUE(limit.isSet());
     EXPECT_EQ(-1, registerWith(runnable, config));
-    EXPECT_EQ(1u, log().count(3, "Failed to write LDAP service module configuration (" + serviceModuleFile() + ") (-1)"));
-  }));
+  }
+  EXPECT_EQ(1u, log().count(3, "Failed to write LDAP service module configuration (" + serviceModuleFile() + ") (-1)"));
   EXPECT_EQ("registered " + frameworkFile(), acs.state());
   EXPECT_EQ(expectedText(config, true), FileProbe::text(frameworkFile()));
   EXPECT_EQ(4096u, FileProbe::text(serviceModuleFile()).size());
