@@ -1,5 +1,7 @@
 #include "BareLdapLookup.h"
 
+#include "CipherPriorityTranslator.h"
+
 #include <ldap.h>
 #include <sys/time.h>
 
@@ -71,6 +73,15 @@ std::string grantedRole(const std::string& value) {
 }  // namespace
 
 BareLdapLookup::BareLdapLookup(Settings settings) : _settings(std::move(settings)) {}
+
+std::string BareLdapLookup::cipherSuiteFor(const std::string& filter) {
+  if (Ldap::CipherPriorityTranslator::isLibldapTlsOpenSsl()) return filter;
+  std::string priority;
+  std::string reason;
+  if (!Ldap::CipherPriorityTranslator::translate(filter, priority, reason))
+    throw std::runtime_error("cipher filter '" + filter + "': " + reason);
+  return priority;
+}
 
 std::vector<std::string> BareLdapLookup::roles(const std::string& user) const {
   // Global defaults, as the component sets them before it has a session.

@@ -23,6 +23,11 @@ class BareLdapLookup {
 
   explicit BareLdapLookup(Settings settings);
 
+  // The cipher-suite option as the component hands it to libldap for its cipher filter: the
+  // filter itself, or the GnuTLS priority string the filter translates to when libldap does TLS
+  // with GnuTLS. Throws std::runtime_error when the filter translates to nothing.
+  static std::string cipherSuiteFor(const std::string& filter);
+
   // The roles user holds, sorted and without duplicates, from a session of its own. Throws
   // std::runtime_error naming the libldap call that failed, or when the user does not exist.
   std::vector<std::string> roles(const std::string& user) const;

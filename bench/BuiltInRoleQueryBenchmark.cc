@@ -9,7 +9,8 @@
 #include "AccessManagementComponent.h"
 #include "BareLdapLookup.h"
 #include "BenchmarkRunner.h"
-#include "CipherPriorityTranslator.h"
+#include "DirectoryModel.h"
+#include "JoinedRoles.h"
 #include "QiveaStandIn.h"
 #include "RatioReporter.h"
 #include "SlapdInstance.h"
@@ -28,6 +29,8 @@
 
 namespace {
 
+using Bench::joinedRoles;
+
 using Security = Bench::BareLdapLookup::Security;
 using TestDirectory::SlapdInstance;
 
@@ -37,9 +40,6 @@ const int REPETITIONS = 30;
 const char METHOD[] = "LDAP";
 // A filter-type-2 user with an authentication scope and two role values that this node keeps.
 const char USER[] = "dave";
-const char LDAP_AUTHENTICATION_METHOD_DN[] =
-    "ManagedElement=1,SystemFunctions=1,SecM=1,UserManagement=1,LdapAuthenticationMethod=1";
-const char LDAP_DN[] = "ManagedElement=1,SystemFunctions=1,SecM=1,UserManagement=1,LdapAuthenticationMethod=1,Ldap=1";
 // Start waits for the initial configuration, so that the first query is served.
 const char COMPONENT_CONFIG[] =
     "<QivAccessManagementComponent><useBuiltInAuthorization>true</useBuiltInAuthorization>"
@@ -69,12 +69,6 @@ std::vector<Bench::RatioReporter::Comparison> comparisons() {
   return all;
 }
 
-std::string joined(const std::vector<std::string>& pieces) {
-  std::string text;
-  for (const std::string& piece : pieces) text += (text.empty() ? "" : ",") + piece;
-  return text;
-}
-
 // Warnings and errors are kept for a failure report; traces are neither kept nor formatted.
 Framework::ManagementFramework::Options frameworkOptions() {
   Framework::ManagementFramework::Options options;
@@ -88,37 +82,14 @@ std::string address(const SlapdInstance& directory, const Variant& variant) {
   return variant.security == Security::LDAPS ? directory.ldapsAddress() : directory.plainAddress();
 }
 
-// LDAP unlocked on the directory as the variant reaches it, filter type 2, anonymous, and no
-// certificates from the security framework (which is not here): the CA file is the only trust.
-void configure(Framework::ModelStore& model, const SlapdInstance& directory, const Variant& variant) {
-  const int port = variant.security == Security::LDAPS ? directory.ldapsPort() : directory.plainPort();
-  model.setStringValues(LDAP_AUTHENTICATION_METHOD_DN, "administrativeState", {"UNLOCKED"});
-  model.setStringValues(LDAP_DN, "ldapIpAddress", {SlapdInstance::host()});
-  model.setStringValues(LDAP_DN, "serverPort", {std::to_string(port)});
-  model.setStringValues(LDAP_DN, "baseDn", {SlapdInstance::baseDn()});
-  model.setStringValues(LDAP_DN, "profileFilter", {"ORBELIN"});
-  model.setStringValues(LDAP_DN, "filterType", {"ORBELIN"});
-  model.setStringValues(LDAP_DN, "useTls", {variant.useTls ? "true" : "false"});
-  model.setStringValues(LDAP_DN, "tlsMode", {variant.tlsMode});
-  model.setStringValues(LDAP_DN, "tlsCaCertificate", {directory.caFile()});
-  for (const char* attribute : {"bindDn", "nodeCredential", "trustCategory"})
-    model.setStringValues(LDAP_DN, attribute, {});
-}
-
 // The cipher-suite option as the started component hands it to libldap: its cipher filter, as a
 // GnuTLS priority string when libldap does TLS with GnuTLS. Worked out once: only the handshake it
 // leads to belongs to the baseline, not the work of getting it.
 std::string componentCipherSuite() {
-  const std::string filter = QivAccessManagement::AccessManagementComponent::instance()
-                                 .getConfigurationRunnable()
-                                 .getLdapConfiguration()
-                                 .cipherFilter;
-  if (Ldap::CipherPriorityTranslator::isLibldapTlsOpenSsl()) return filter;
-  std::string priority;
-  std::string reason;
-  if (!Ldap::CipherPriorityTranslator::translate(filter, priority, reason))
-    throw std::runtime_error("cipher filter '" + filter + "': " + reason);
-  return priority;
+  return Bench::BareLdapLookup::cipherSuiteFor(QivAccessManagement::AccessManagementComponent::instance()
+                                                  .getConfigurationRunnable()
+                                                  .getLdapConfiguration()
+                                                  .cipherFilter);
 }
 
 Bench::BareLdapLookup::Settings baselineSettings(const SlapdInstance& directory, const Variant& variant) {
@@ -183,7 +154,7 @@ void printLog(Framework::ManagementFramework& framework) {
 // std::exception for anything that keeps them from being measured.
 void measure(Bench::BenchmarkRunner& runner, Framework::ManagementFramework& framework, const QiveaStandIn& standIn,
              const SlapdInstance& directory, const Variant& variant) {
-  configure(framework.model(), directory, variant);
+  Bench::DirectoryModel::configure(framework.model(), directory, variant.useTls, variant.tlsMode);
   const Bench::StartedComponent component(framework, COMPONENT_CONFIG);
   const PymMwSpiAccessManagement_2* table = offeredTable(framework);
   const Bench::BareLdapLookup baseline(baselineSettings(directory, variant));
@@ -192,11 +163,11 @@ void measure(Bench::BenchmarkRunner& runner, Framework::ManagementFramework& fra
   const std::vector<std::string> roles = queryRoles(*table);
   const std::vector<std::string> expected = baseline.roles(USER);
   if (roles != expected)
-    throw std::runtime_error("the component answered '" + joined(roles) + "', the bare lookup '" + joined(expected) +
-                             "'");
+    throw std::runtime_error("the component answered '" + joinedRoles(roles) + "', the bare lookup '" +
+                             joinedRoles(expected) + "'");
   if (!standIn.callsStartingWith("authorization").empty())
     throw std::runtime_error("the query went to qivea, not to the built-in lookup");
-  std::printf("%s: both answer '%s' for %s from %s\n", variant.name, joined(roles).c_str(), USER,
+  std::printf("%s: both answer '%s' for %s from %s\n", variant.name, joinedRoles(roles).c_str(), USER,
               address(directory, variant).c_str());
   std::fflush(stdout);
 

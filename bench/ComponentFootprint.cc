@@ -4,6 +4,7 @@
 // before the load: after start, after 1000 role queries through qivea and after 10000, and the
 // growth between the last two (none expected: a query keeps nothing).
 
+#include "ProcessResources.h"
 #include "QiveaLdapFramework.h"
 #include "QiveaStandIn.h"
 
@@ -11,7 +12,6 @@
 #include <PymMwSpiAccessManagement.h>
 
 #include <cstdio>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -23,18 +23,7 @@ const int FIRST_QUERIES = 1000;
 const int ALL_QUERIES = 10000;
 
 // VmRSS of this process, in kB.
-long residentKb() {
-  std::ifstream status("/proc/self/status");
-  std::string word;
-  while (status >> word) {
-    if (word == "VmRSS:") {
-      long kb = 0;
-      status >> kb;
-      return kb;
-    }
-  }
-  throw std::runtime_error("no VmRSS in /proc/self/status");
-}
+long residentKb() { return Bench::ProcessResources::sample().residentKb; }
 
 void printRow(const char* label, long kb) { std::printf("  %-52s %8ld kB\n", label, kb); }
 

@@ -8,6 +8,7 @@
 #include "AmQivEaWrapper.h"
 #include "BenchmarkRunner.h"
 #include "ChildProcess.h"
+#include "JoinedRoles.h"
 #include "QiveaLdapFramework.h"
 #include "QiveaStandIn.h"
 #include "StartedComponent.h"
@@ -23,15 +24,11 @@
 
 namespace {
 
+using Bench::joinedRoles;
+
 const char METHOD[] = "LDAP";
 const char USER[] = "operator7";
 const std::vector<std::string> ROLES = {"SystemAdministrator", "SystemReadOnly", "SecurityAdministrator"};
-
-std::string joined(const std::vector<std::string>& pieces) {
-  std::string text;
-  for (const std::string& piece : pieces) text += (text.empty() ? "" : ",") + piece;
-  return text;
-}
 
 // The roles the component answers for USER; throws with the code when the query fails.
 std::vector<std::string> queryRoles() {
@@ -90,14 +87,15 @@ int measure(int argc, char** argv, Framework::ManagementFramework& framework, co
 
   // Both sides must do the same work, or the ratio says nothing.
   const std::vector<std::string> roles = queryRoles();
-  if (roles != ROLES) throw std::runtime_error("the query answered '" + joined(roles) + "', not the scripted roles");
+  if (roles != ROLES)
+    throw std::runtime_error("the query answered '" + joinedRoles(roles) + "', not the scripted roles");
   const std::string arguments = recordedSearchArguments(standIn);
   std::string shown = arguments;
   QivAccessManagement::AmQivEaWrapper().hidePassword(shown);
   std::printf("baseline: qivea authorization ldap search '%s'\n", shown.c_str());
   Bench::ChildProcess search({"qivea", "authorization", "ldap", "search", arguments});
   std::string output;
-  if (!search.run(output) || firstLine(output) != joined(ROLES))
+  if (!search.run(output) || firstLine(output) != joinedRoles(ROLES))
     throw std::runtime_error("the baseline printed '" + output + "', not the scripted roles");
 
   return Bench::BenchmarkRunner::runAtDescriptorLimits(
@@ -111,7 +109,7 @@ int main(int argc, char** argv) {
   return Bench::QiveaLdapFramework::run("role_query_benchmark", [&](Bench::QiveaLdapFramework& framework) {
     // A throw-away QIVEA_HOME, and the stand-in first on PATH, for the component and the baseline.
     const QiveaStandIn standIn(QIVEA_DIR);
-    standIn.setUsers(std::string(USER) + ":" + joined(ROLES) + "\n");
+    standIn.setUsers(std::string(USER) + ":" + joinedRoles(ROLES) + "\n");
     return measure(argc, argv, framework.framework(), standIn);
   });
 }
