@@ -1,5 +1,6 @@
 #include "AccessManagementHost.h"
 
+#include "CommandSyntax.h"
 #include "ConfigurationPrinter.h"
 #include "FileListing.h"
 #include "LogLevel.h"
@@ -24,31 +25,6 @@ const char OPERATOR_MARKER[] = "@qivnbi@";
 // Without a file, start waits for the initial configuration, so that the next command sees it.
 const char DEFAULT_COMPONENT_FILE[] =
     "<QivAccessManagementComponent><ldapInitConfigTimeout>30</ldapInitConfigTimeout></QivAccessManagementComponent>";
-
-struct CommandSyntax {
-  const char* name;
-  std::size_t minimumArguments;
-  std::size_t maximumArguments;
-  const char* arguments;
-};
-
-const std::size_t ANY = static_cast<std::size_t>(-1);
-
-const std::vector<CommandSyntax>& commandSyntax() {
-  static const std::vector<CommandSyntax> syntax = {
-      {"start", 0, 0, ""},          {"stop", 0, 0, ""},
-      {"set", 2, ANY, " DN ATTRIBUTE [VALUE...]"},
-      {"unset", 2, 2, " DN ATTRIBUTE"},
-      {"get", 2, 2, " DN ATTRIBUTE"},
-      {"commit", 0, 0, ""},         {"abort", 0, 0, ""},
-      {"begin", 1, 1, " NAME"},     {"use", 1, 1, " NAME"},
-      {"roles", 1, 2, " USER [METHOD]"},
-      {"show", 0, 0, ""},           {"files", 0, 0, ""},
-      {"log-level", 1, 1, " N"},
-      {"encrypt", 1, 1, " TEXT"},   {"help", 0, 0, ""},
-      {"quit", 0, 0, ""}};
-  return syntax;
-}
 
 std::string readFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
@@ -90,25 +66,6 @@ AccessManagementHost::~AccessManagementHost() {
   _library->terminate();
 }
 
-bool AccessManagementHost::checkSyntax(const CommandWords::Command& command, std::string& error) {
-  for (const CommandSyntax& syntax : commandSyntax()) {
-    if (command[0] != syntax.name) continue;
-    const std::size_t arguments = command.size() - 1;
-    if (arguments < syntax.minimumArguments || arguments > syntax.maximumArguments) {
-      error = std::string("usage: ") + syntax.name + syntax.arguments;
-      return false;
-    }
-    int level = 0;
-    if (command[0] == "log-level" && !LogLevel::parse(command[1], level)) {
-      error = "log-level needs a number from -1 to 9, not \"" + command[1] + "\"";
-      return false;
-    }
-    return true;
-  }
-  error = "unknown command \"" + command[0] + "\" (help lists the commands)";
-  return false;
-}
-
 AccessManagementHost::Status AccessManagementHost::runAll(const std::vector<CommandWords::Command>& commands) {
   for (const CommandWords::Command& command : commands) {
     if (command[0] == "quit") break;
@@ -130,7 +87,7 @@ AccessManagementHost::Status AccessManagementHost::runLines(std::istream& in, bo
     }
     if (error.empty() && command.empty()) continue;
     Status result = Succeeded;
-    if (!error.empty() || !checkSyntax(command, error)) {
+    if (!error.empty() || !CommandSyntax::check(command, error)) {
       _err << "amhost: " << error << "\n";
       result = UsageError;
     } else if (command[0] == "quit") {

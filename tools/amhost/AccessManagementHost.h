@@ -35,9 +35,6 @@ class AccessManagementHost {
   AccessManagementHost(const AccessManagementHost&) = delete;
   AccessManagementHost& operator=(const AccessManagementHost&) = delete;
 
-  // Whether command is a known command with the right number of words; false with error set.
-  static bool checkSyntax(const CommandWords::Command& command, std::string& error);
-
   // Runs the commands in order and stops at the first that fails.
   Status runAll(const std::vector<CommandWords::Command>& commands);
   // Runs one command per line until the end or "quit". A script stops at the first failure; an
@@ -50,7 +47,7 @@ class AccessManagementHost {
     std::size_t messagesShown = 0;
   };
 
-  // command must have passed checkSyntax. Succeeded or CommandFailed; reasons went to err.
+  // command must have passed CommandSyntax::check. Succeeded or CommandFailed; reasons went to err.
   Status run(const CommandWords::Command& command);
   Status dispatch(const CommandWords::Command& command);
   Status start();

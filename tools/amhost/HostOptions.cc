@@ -19,7 +19,7 @@ options:
   --component-config FILE  the component's configuration text, handed to pymLCMinit
                            (default: the component's defaults, but start waits up to 30 s
                            for the initial configuration: ldapInitConfigTimeout 30)
-  --library PATH           the component library (default: the one built with amhost)
+  --library PATH           the component library (default: the one that came with amhost)
   --crypto-key HEX         64 hex digits for the framework's crypto (default: the demo key)
   --log-level N            print log lines at or below N to standard error: 3 errors, 4 warnings
                            (default), 5 notices, 6 info, 8 traces, -1 none

@@ -18,7 +18,7 @@ class HostOptions {
 
   std::string modelFile;
   std::string componentConfigFile;  // empty: the host's default text
-  std::string library = QIV_COMPONENT_LIBRARY;
+  std::string library;              // set by amhost to the one that came with it
   std::string cryptoKey;            // empty: the framework's demo key
   std::string psoClearPath;         // empty: a node without the security framework
   int logLevel = 4;

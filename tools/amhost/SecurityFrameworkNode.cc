@@ -1,5 +1,7 @@
 #include "SecurityFrameworkNode.h"
 
+#include "PieceLocations.h"
+
 #include <dlfcn.h>
 
 #include <cstdlib>
@@ -10,11 +12,12 @@ namespace Amhost {
 SecurityFrameworkNode::SecurityFrameworkNode(const std::string& psoClearPath)
     : _psoClearPath(psoClearPath), _userAuthorization(nullptr) {
   const char* path = std::getenv("PATH");
-  const std::string programs = std::string(QIV_NODE_PROGRAM_DIRECTORIES) + (path != nullptr ? std::string(":") + path : "");
+  const std::string programs = PieceLocations::nodeProgramDirectories() + (path != nullptr ? std::string(":") + path : "");
   ::setenv("PATH", programs.c_str(), 1);
   ::setenv("QIVEA_PSO_CLEAR", psoClearPath.c_str(), 1);
-  _userAuthorization = ::dlopen(SEC_ACS_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-  if (_userAuthorization == nullptr) throw std::runtime_error(std::string("cannot load ") + SEC_ACS_LIBRARY + ": " + ::dlerror());
+  const std::string library = PieceLocations::secAcsLibrary();
+  _userAuthorization = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (_userAuthorization == nullptr) throw std::runtime_error("cannot load " + library + ": " + ::dlerror());
 }
 
 SecurityFrameworkNode::~SecurityFrameworkNode() { ::dlclose(_userAuthorization); }

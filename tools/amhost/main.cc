@@ -1,5 +1,7 @@
 #include "AccessManagementHost.h"
+#include "CommandSyntax.h"
 #include "HostOptions.h"
+#include "PieceLocations.h"
 
 #include <unistd.h>
 
@@ -11,6 +13,7 @@
 int main(int argc, char** argv) {
   using Amhost::AccessManagementHost;
   Amhost::HostOptions options;
+  options.library = Amhost::PieceLocations::componentLibrary();
   std::string error;
   if (!Amhost::HostOptions::parse(argc, argv, options, error)) {
     std::cerr << "amhost: " << error << "\nTry: amhost --help\n";
@@ -21,7 +24,7 @@ int main(int argc, char** argv) {
     return AccessManagementHost::Succeeded;
   }
   for (const Amhost::CommandWords::Command& command : options.commands) {
-    if (!AccessManagementHost::checkSyntax(command, error)) {
+    if (!Amhost::CommandSyntax::check(command, error)) {
       std::cerr << "amhost: " << error << "\n";
       return AccessManagementHost::UsageError;
     }

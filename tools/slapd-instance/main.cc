@@ -1,4 +1,5 @@
 // slapd-instance: runs a command next to a throw-away test directory (see usage below).
+#include "BesideProgram.h"
 #include "SlapdInstance.h"
 
 #include <signal.h>
@@ -173,6 +174,7 @@ int waitForCommand(pid_t pid) {
 
 int main(int argc, char** argv) {
   Invocation invocation;
+  invocation.options.fixturesDirectory = Tools::besideProgram(QIV_LDAP_FIXTURES_DIR);
   std::string error;
   if (!parse(argc, argv, invocation, error)) {
     std::cerr << "slapd-instance: " << error << "\nTry: slapd-instance --help\n";

@@ -123,9 +123,9 @@ class SlapdInstance::Impl {
   int pid = 0;
 
  private:
-  std::string configuration(const std::string& cipherSuite) const;
+  std::string configuration(const std::string& cipherSuite, const std::string& fixtures) const;
   // Starts slapadd with the base entries and those of ldifFile (the sample users when empty).
-  std::unique_ptr<ChildProcess> startLoadingEntries(const std::string& ldifFile) const;
+  std::unique_ptr<ChildProcess> startLoadingEntries(const std::string& ldifFile, const std::string& fixtures) const;
   // True once slapd answers on both ports; false when it ended because a port was taken; throws
   // for any other failure.
   bool launchOnFreePorts();
@@ -133,9 +133,10 @@ class SlapdInstance::Impl {
 };
 
 void SlapdInstance::Impl::start(const Options& options) {
-  writeFile(configurationFile(), configuration(options.cipherSuite));
+  const std::string fixtures = options.fixturesDirectory.empty() ? FIXTURES_DIRECTORY : options.fixturesDirectory;
+  writeFile(configurationFile(), configuration(options.cipherSuite, fixtures));
   // slapadd reads the configuration but none of the certificates: both are made at the same time.
-  const std::unique_ptr<ChildProcess> loading = startLoadingEntries(options.ldifFile);
+  const std::unique_ptr<ChildProcess> loading = startLoadingEntries(options.ldifFile, fixtures);
   certificates.create();
   loading->waitForSuccess();
   for (int attempt = 1; attempt <= PORT_ATTEMPTS; ++attempt) {
@@ -145,13 +146,13 @@ void SlapdInstance::Impl::start(const Options& options) {
                            slapd->output());
 }
 
-std::string SlapdInstance::Impl::configuration(const std::string& cipherSuite) const {
+std::string SlapdInstance::Impl::configuration(const std::string& cipherSuite, const std::string& fixtures) const {
   std::ostringstream text;
   text << "# A throw-away test directory; nothing here is fit for a real server.\n";
   for (const char* schema : {"core", "cosine", "inetorgperson", "nis"}) {
     text << "include " << quoted(std::string(SYSTEM_SCHEMA_DIRECTORY) + "/" + schema + ".schema") << "\n";
   }
-  text << "include " << quoted(std::string(FIXTURES_DIRECTORY) + "/orbelin.schema") << "\n"
+  text << "include " << quoted(fixtures + "/orbelin.schema") << "\n"
        << "pidfile " << quoted(directory + "/slapd.pid") << "\n"
        << "argsfile " << quoted(directory + "/slapd.args") << "\n"
        // Only what is logged whatever the level (errors) goes to syslog.
@@ -178,9 +179,9 @@ std::string SlapdInstance::Impl::configuration(const std::string& cipherSuite) c
   return text.str();
 }
 
-std::unique_ptr<ChildProcess> SlapdInstance::Impl::startLoadingEntries(const std::string& ldifFile) const {
+std::unique_ptr<ChildProcess> SlapdInstance::Impl::startLoadingEntries(const std::string& ldifFile,
+                                                                       const std::string& fixtures) const {
   const std::string entries = directory + "/entries.ldif";
-  const std::string fixtures(FIXTURES_DIRECTORY);
   writeFile(entries, readFile(fixtures + "/base.ldif") + "\n" +
                          readFile(ldifFile.empty() ? fixtures + "/sample.ldif" : ldifFile));
   std::filesystem::create_directory(directory + "/db");

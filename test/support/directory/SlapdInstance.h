@@ -21,6 +21,8 @@ class SlapdInstance {
     // LDIF file loaded after the base entries (suffix, people/groups/roleAliases containers,
     // the reader); empty: the project's sample users, test/fixtures/ldap/sample.ldif.
     std::string ldifFile;
+    // Where the schema, the base entries and the sample users lie; empty: test/fixtures/ldap.
+    std::string fixturesDirectory;
   };
 
   SlapdInstance();
