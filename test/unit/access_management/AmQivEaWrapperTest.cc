@@ -1,12 +1,12 @@
 #include "AmQivEaWrapper.h"
 
+#include "DirectoryEntries.h"
 #include "Eventually.h"
 #include "FrameworkTestBase.h"
 #include "InheritableDescriptors.h"
 #include "QiveaStandIn.h"
 #include "ScopedEnvironmentVariable.h"
 
-#include <Poco/DirectoryIterator.h>
 #include <Qiv/QivException.h>
 
 #include <gtest/gtest.h>
@@ -41,12 +41,6 @@ const char PIPE_OVERFLOW_BYTES[] = "1048576";
 const int KILLED_STATUS = 256 + SIGKILL;
 
 const std::string PASSWORD = "S3cr3t-Pw!";
-
-std::set<std::string> entries(const std::string& directory) {
-  std::set<std::string> names;
-  for (Poco::DirectoryIterator it(directory), end; it != end; ++it) names.insert(it.name());
-  return names;
-}
 
 // True when this process has no child at all, running or zombie; reaps nothing.
 bool hasNoChild() {
@@ -489,8 +483,8 @@ TEST_F(AmQivEaWrapperTest, IsIPv6OnlyForABareIPv6Address) {
 TEST_F(AmQivEaWrapperTest, ThousandInvocationsLeaveNoDescriptorThreadOrChild) {
   std::string output;
   ASSERT_EQ(0, wrapper.invoke({"spi-revision"}, output, NO_TIMEOUT_MS));
-  const std::set<std::string> descriptors = entries("/proc/self/fd");
-  const std::set<std::string> threads = entries("/proc/self/task");
+  const std::set<std::string> descriptors = directoryEntries("/proc/self/fd");
+  const std::set<std::string> threads = directoryEntries("/proc/self/task");
 
   int failures = 0;
   for (int i = 0; i < 1000; ++i) {
@@ -498,8 +492,8 @@ TEST_F(AmQivEaWrapperTest, ThousandInvocationsLeaveNoDescriptorThreadOrChild) {
   }
 
   EXPECT_EQ(0, failures);
-  EXPECT_EQ(descriptors, entries("/proc/self/fd"));
-  EXPECT_EQ(threads, entries("/proc/self/task"));
+  EXPECT_EQ(descriptors, directoryEntries("/proc/self/fd"));
+  EXPECT_EQ(threads, directoryEntries("/proc/self/task"));
   EXPECT_TRUE(hasNoChild());
 }
 
@@ -517,11 +511,11 @@ TEST_F(AmQivEaWrapperTest, ChildFindsOnlyTheStandardDescriptorsOpen) {
 TEST_F(AmQivEaWrapperTest, TimedOutInvocationLeavesNoDescriptorThreadOrChild) {
   qivea.script("spi-revision", "hang");
   std::string output;
-  const std::set<std::string> descriptors = entries("/proc/self/fd");
-  const std::set<std::string> threads = entries("/proc/self/task");
+  const std::set<std::string> descriptors = directoryEntries("/proc/self/fd");
+  const std::set<std::string> threads = directoryEntries("/proc/self/task");
   EXPECT_EQ(-1, wrapper.invoke({"spi-revision"}, output, TIMEOUT_MS));
-  EXPECT_EQ(descriptors, entries("/proc/self/fd"));
-  EXPECT_EQ(threads, entries("/proc/self/task"));
+  EXPECT_EQ(descriptors, directoryEntries("/proc/self/fd"));
+  EXPECT_EQ(threads, directoryEntries("/proc/self/task"));
   EXPECT_TRUE(hasNoChild());
 }
 

@@ -1,19 +1,19 @@
+#include "DirectoryEntries.h"
 #include "Eventually.h"
 
 #include <Qiv/QivException.h>
 #include <Qiv/Timer.h>
-#include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
-#include <iterator>
-#include <set>
-#include <string>
 #include <condition_variable>
+#include <iterator>
 #include <mutex>
+#include <set>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -23,30 +23,18 @@ using ::testing::HasSubstr;
 
 typedef std::chrono::steady_clock Clock;
 
-// Task ids of this process, from /proc/self/task.
-std::set<std::string> tasks() {
-  std::set<std::string> ids;
-  DIR* dir = opendir("/proc/self/task");
-  if (dir == nullptr) return ids;
-  while (const dirent* entry = readdir(dir)) {
-    if (entry->d_name[0] != '.') ids.insert(entry->d_name);
-  }
-  closedir(dir);
-  return ids;
-}
-
 // The tasks before a test starts threads of its own. A runtime may start a helper thread at the
 // process's first thread creation (ThreadSanitizer does); one thread started and joined first
 // puts it among these, so what a test counts afterwards are only the threads it started.
 std::set<std::string> tasksBeforeOwnThreads() {
   std::thread([] {}).join();
-  return tasks();
+  return directoryEntries("/proc/self/task");
 }
 
 // The tasks that are not among before.
 std::set<std::string> startedSince(const std::set<std::string>& before) {
   std::set<std::string> started;
-  const std::set<std::string> now = tasks();
+  const std::set<std::string> now = directoryEntries("/proc/self/task");
   std::set_difference(now.begin(), now.end(), before.begin(), before.end(),
                       std::inserter(started, started.end()));
   return started;
