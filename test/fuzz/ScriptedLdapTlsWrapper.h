@@ -50,6 +50,8 @@ class ScriptedLdapTlsWrapper : public Ldap::ILdapTlsWrapper {
   bool deleteEntry(const std::string& dn) override;
   Lines search(const std::string& base, Ldap::ScopeT scope, const std::string& filter,
                const Lines* attributes) override;
+  // The scripted directory always answers; its failures are refusals.
+  Ldap::OperationOutcome lastOutcome() const override { return Ldap::OperationOutcome(); }
 
  private:
   bool answer();

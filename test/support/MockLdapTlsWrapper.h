@@ -34,6 +34,10 @@ class MockLdapTlsWrapper : public Ldap::ILdapTlsWrapper {
               (const std::string& base, Ldap::ScopeT scope, const std::string& filter,
                const std::list<std::string>* attributes),
               (override));
+
+  // Not mocked, so that strict tests need not expect it: what a test sets is what it answers.
+  Ldap::OperationOutcome lastOutcome() const override { return outcome; }
+  Ldap::OperationOutcome outcome;
 };
 
 #endif

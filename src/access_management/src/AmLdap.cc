@@ -1,6 +1,7 @@
 #include "AmLdap.h"
 
 #include "AmQivEaWrapper.h"
+#include "DirectoryNotAnswering.h"
 #include "LdapEscape.h"
 
 #include <Qiv/LoggingWrapper.h>
@@ -70,14 +71,45 @@ int AmLdap::authorizationLdap(const LdapConfiguration* config, const std::string
   getNodeType(nodeTypeText, config);
   if (!nodeTypeText.empty()) createNodeTypeList(nodeTypeText, config);
 
+  int rc = lookUp(config, user, result);
+  // libldap moves on to the fallback only when the primary cannot be connected to; a primary
+  // that accepted and then said nothing gives way to the fallback here.
+  if (rc == -1 && !config->fallbackLdapIpAddress.empty()) {
+    const Ldap::OperationOutcome outcome = ldapWrapper->lastOutcome();
+    const std::string port = serverPort(config);
+    if (outcome.kind == Ldap::OperationOutcome::NO_ANSWER &&
+        outcome.server == serverAddress(config->ldapIpAddress, port)) {
+      const std::string fallback = serverAddress(config->fallbackLdapIpAddress, port);
+      QIV_LOG(4, "LDAP server %s did not answer, asking %s", outcome.server.c_str(), fallback.c_str());
+      LdapConfiguration fallbackOnly = *config;
+      fallbackOnly.ldapIpAddress = config->fallbackLdapIpAddress;
+      fallbackOnly.fallbackLdapIpAddress.clear();
+      roles.clear();
+      targetTypes.clear();
+      rc = lookUp(&fallbackOnly, user, result);
+    }
+  }
+  // An unknown user ends the lookup without exit trace.
+  if (rc == -2) return rc;
+  QIV_TRACE(" << result: %d roles: %s'", rc, result.c_str());
+  return rc;
+}
+
+int AmLdap::lookUp(const LdapConfiguration* config, const std::string& user, std::string& result) {
   // A failed connection is left as it is: the wrapper's next connect releases it.
   const int rc = openLdapConnection(config);
-  if (rc == 0) {
-    // An unknown user ends the lookup here, without exit trace and with the session left open.
+  if (rc != 0) {
+    // A refusal (a bind refused, a certificate not trusted) keeps its traces; silence is logged.
+    const Ldap::OperationOutcome outcome = ldapWrapper->lastOutcome();
+    if (outcome.kind == Ldap::OperationOutcome::NO_ANSWER) reportUnanswered(outcome);
+    return rc;
+  }
+  try {
+    // An unknown user leaves the session open; the next connect releases it.
     if (!userExist(config, user)) return -2;
     readTargetTypes(config);
     const std::list<std::string> roleAttributes{roleAttribute};
-    fetchRoles(config, ldapWrapper->search(config->baseDn, Ldap::SCOPE_SUBTREE, filter, &roleAttributes));
+    fetchRoles(config, searchDirectory(config->baseDn, filter, &roleAttributes));
     if (config->filterType == ORBELIN) {
       if (config->roleAliasesBaseDn.empty()) {
         discardAliases(config);
@@ -85,16 +117,36 @@ int AmLdap::authorizationLdap(const LdapConfiguration* config, const std::string
         resolveAliases(config->roleAliasesBaseDn, config);
       }
     }
-    roles.sort();
-    roles.unique();
-    for (const std::string& role : roles) {
-      if (!result.empty()) result += ",";
-      result += role;
-    }
+  } catch (const DirectoryNotAnswering&) {
     ldapWrapper->disconnect();
+    return -1;
+  } catch (...) {
+    ldapWrapper->disconnect();
+    throw;
   }
-  QIV_TRACE(" << result: %d roles: %s'", rc, result.c_str());
-  return rc;
+  roles.sort();
+  roles.unique();
+  for (const std::string& role : roles) {
+    if (!result.empty()) result += ",";
+    result += role;
+  }
+  ldapWrapper->disconnect();
+  return 0;
+}
+
+std::list<std::string> AmLdap::searchDirectory(const std::string& base, const std::string& searchFilter,
+                                               const std::list<std::string>* attributes) {
+  std::list<std::string> lines = ldapWrapper->search(base, Ldap::SCOPE_SUBTREE, searchFilter, attributes);
+  const Ldap::OperationOutcome outcome = ldapWrapper->lastOutcome();
+  if (!outcome.answered()) {
+    reportUnanswered(outcome);
+    throw DirectoryNotAnswering(outcome.server);
+  }
+  return lines;
+}
+
+void AmLdap::reportUnanswered(const Ldap::OperationOutcome& outcome) {
+  QIV_LOG(3, "No answer from LDAP server %s: %s", outcome.server.c_str(), outcome.reason.c_str());
 }
 
 int AmLdap::openLdapConnection(const LdapConfiguration* config) {
@@ -187,7 +239,7 @@ bool AmLdap::secureConnection(const LdapConfiguration* config) {
 bool AmLdap::userExist(const LdapConfiguration* config, const std::string& user) {
   QIV_TRACE(" >> user: %s", user.c_str());
   const std::string userFilter = "(uid=" + LdapEscape::filterValue(user) + ")";
-  if (ldapWrapper->search(config->baseDn, Ldap::SCOPE_SUBTREE, userFilter, nullptr).empty()) {
+  if (searchDirectory(config->baseDn, userFilter, nullptr).empty()) {
     QIV_TRACE("user not found: %s", user.c_str());
     return false;
   }
@@ -196,7 +248,7 @@ bool AmLdap::userExist(const LdapConfiguration* config, const std::string& user)
 
 void AmLdap::readTargetTypes(const LdapConfiguration* config) {
   const std::list<std::string> attributes{AUTHENTICATION_SCOPE_ATTRIBUTE};
-  for (const std::string& line : ldapWrapper->search(config->baseDn, Ldap::SCOPE_SUBTREE, filter, &attributes)) {
+  for (const std::string& line : searchDirectory(config->baseDn, filter, &attributes)) {
     QIV_TRACE("Authenticationscope Entry: %s", line.c_str());
     // Only the prefix's length is skipped, its text is not compared; a shorter line throws.
     targetTypes.push_back(line.substr(AUTHENTICATION_SCOPE_PREFIX_LENGTH));
@@ -300,7 +352,7 @@ void AmLdap::resolveAliases(const std::string& roleAliasesBaseDn, const LdapConf
       continue;
     }
     const std::string aliasDn = "role=" + LdapEscape::dnValue(*rolesCursor) + "," + roleAliasesBaseDn;
-    if (fetchRoles(config, ldapWrapper->search(aliasDn, Ldap::SCOPE_SUBTREE, "", nullptr))) {
+    if (fetchRoles(config, searchDirectory(aliasDn, "", nullptr))) {
       rolesCursor = roles.erase(rolesCursor);
     } else {
       ++rolesCursor;
@@ -312,7 +364,7 @@ void AmLdap::discardAliases(const LdapConfiguration* config) {
   for (rolesCursor = roles.begin(); rolesCursor != roles.end();) {
     const std::string aliasFilter =
         "(&(objectClass=orbelinRoleAlias)(role=" + LdapEscape::filterValue(*rolesCursor) + "))";
-    if (ldapWrapper->search(config->baseDn, Ldap::SCOPE_SUBTREE, aliasFilter, nullptr).empty()) {
+    if (searchDirectory(config->baseDn, aliasFilter, nullptr).empty()) {
       ++rolesCursor;
     } else {
       rolesCursor = roles.erase(rolesCursor);

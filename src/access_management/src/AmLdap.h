@@ -27,16 +27,20 @@ class AmLdap : public IAmLdap {
 
   // roles gets the user's sorted, de-duplicated roles, comma-separated. 0 success (roles may be
   // empty); -1 the connection could not be opened, secured, bound or checked (the wrapper is
-  // left connected or not as the failure left it); -2 the user does not exist (the wrapper
-  // stays connected). A scope line shorter than its attribute name throws std::out_of_range.
-  // Holds mutex for the whole lookup, so concurrent callers wait; takes the wrapper's lock after it.
+  // left connected or not as the failure left it), or a search got no answer (logged at level 3,
+  // the session closed); -2 the directory answered and does not hold the user (the wrapper stays
+  // connected). When the primary server connected but did not answer, the lookup is made once
+  // more against the fallback alone. A scope line shorter than its attribute name throws
+  // std::out_of_range after the session was closed. Holds mutex for the whole lookup, so
+  // concurrent callers wait; takes the wrapper's lock after it. The wrapper bounds each attempt.
   int authorizationLdap(const LdapConfiguration* config, const std::string& user, std::string& roles) override;
 
   // The steps of a lookup, which calls them with mutex held; they use the working fields below.
 
   // Connects, secures, binds and pings as config says. 0, or -1 after tracing the failed step.
   int openLdapConnection(const LdapConfiguration* config);
-  // True when a search for the uid user under the base DN answers anything.
+  // True when a search for the uid user under the base DN answers anything. A search that got no
+  // answer throws DirectoryNotAnswering, as every search of the lookup does.
   bool userExist(const LdapConfiguration* config, const std::string& user);
   // Appends to roles what parseRoleLine keeps of each roleAttribute line. False only for no lines.
   bool fetchRoles(const LdapConfiguration* config, const std::list<std::string>& lines);
@@ -73,6 +77,14 @@ class AmLdap : public IAmLdap {
   Poco::FastMutex mutex;
 
  private:
+  // One attempt against the servers config names: connects, then searches. 0, -1 or -2.
+  int lookUp(const LdapConfiguration* config, const std::string& user, std::string& result);
+  // A subtree search under base; throws DirectoryNotAnswering, after the level-3 line, when the
+  // directory did not answer.
+  std::list<std::string> searchDirectory(const std::string& base, const std::string& searchFilter,
+                                         const std::list<std::string>* attributes);
+  // The level-3 line for an operation that got no answer.
+  void reportUnanswered(const Ldap::OperationOutcome& outcome);
   // Appends the user's authentication scope values (searched with filter) to targetTypes.
   void readTargetTypes(const LdapConfiguration* config);
   // The steps of openLdapConnection that secure a TLS connection after connect; false after the trace.

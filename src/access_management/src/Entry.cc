@@ -18,14 +18,10 @@ Entry::~Entry() {
   for (Mod* mod : _mods) delete mod;
 }
 
+// The former terminator is the first null slot, since every Mod pushed is not null.
 void Entry::pushBack(Mod* mod) {
+  _mods.back() = mod;
   _mods.push_back(nullptr);
-  for (Mod*& slot : _mods) {
-    if (slot == nullptr) {
-      slot = mod;
-      return;
-    }
-  }
 }
 
 void Entry::getAttrsResult(std::list<std::string>& result) const {

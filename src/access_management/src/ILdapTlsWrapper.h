@@ -1,6 +1,8 @@
 #ifndef QIV_ACCESS_MANAGEMENT_I_LDAP_TLS_WRAPPER_H
 #define QIV_ACCESS_MANAGEMENT_I_LDAP_TLS_WRAPPER_H
 
+#include "OperationOutcome.h"
+
 #include <list>
 #include <string>
 
@@ -41,6 +43,9 @@ class ILdapTlsWrapper {
   // attributes null or empty: all attributes. A failed search answers an empty list.
   virtual std::list<std::string> search(const std::string& base, ScopeT scope, const std::string& filter,
                                         const std::list<std::string>* attributes) = 0;
+  // What became of the last bind, startTls, ping, deleteEntry or search: tells a search that
+  // found nothing from one that got no answer.
+  virtual OperationOutcome lastOutcome() const = 0;
 };
 
 }  // namespace Ldap

@@ -29,6 +29,7 @@ void keepLibldapLoaded() {
   });
 }
 
+const int UNSET = -1;
 const char LDAPS_SCHEME[] = "ldaps://";
 const char LDAP_SCHEME[] = "ldap://";
 // TLS 1.0: the oldest servers in the field still speak nothing newer.
@@ -98,7 +99,14 @@ void readAttributes(LDAP* ld, LDAPMessage* found, Entry& entry) {
 
 }  // namespace
 
-LdapTlsWrapper::LdapTlsWrapper() : _ld(nullptr), _tlsMode(TLS_NONE) { keepLibldapLoaded(); }
+LdapTlsWrapper::LdapTlsWrapper()
+    : _ld(nullptr),
+      _tlsMode(TLS_NONE),
+      _synchronousTimeout(wholeSeconds(UNSET)),
+      _networkTimeout(wholeSeconds(UNSET)),
+      _referrals(_tlsMode, _bindDn, _password) {
+  keepLibldapLoaded();
+}
 
 LdapTlsWrapper::~LdapTlsWrapper() { freeLdapHandle(false); }
 
@@ -148,20 +156,22 @@ bool LdapTlsWrapper::setRequireCert(ReqCertOptionT option) {
 
 bool LdapTlsWrapper::setSynchronousTimeout(int seconds) {
   const timeval timeout = wholeSeconds(seconds);
-  return setOption(__FUNCTION__, LDAP_OPT_TIMEOUT, &timeout, "Couldn't set timeout: ");
+  const bool set = setOption(__FUNCTION__, LDAP_OPT_TIMEOUT, &timeout, "Couldn't set timeout: ");
+  if (set) _synchronousTimeout = timeout;
+  return set;
 }
 
 bool LdapTlsWrapper::setNetworkTimeout(int seconds) {
   const timeval timeout = wholeSeconds(seconds);
-  return setOption(__FUNCTION__, LDAP_OPT_NETWORK_TIMEOUT, &timeout, "Couldn't set network timeout: ");
+  const bool set = setOption(__FUNCTION__, LDAP_OPT_NETWORK_TIMEOUT, &timeout, "Couldn't set network timeout: ");
+  if (set) _networkTimeout = timeout;
+  return set;
 }
 
-// libldap reads the option's value as the switch itself, so the address handed here is never
-// null: chasing is switched on for either argument. The call shape is kept as the component has
-// always made it, since the directories in use are set up around it.
+// libldap reads the option's value itself as the switch, so off is handed as null.
 bool LdapTlsWrapper::setLdapOptReferrals(bool on) {
-  void* referrals = on ? LDAP_OPT_ON : LDAP_OPT_OFF;
-  return setOption(__FUNCTION__, LDAP_OPT_REFERRALS, &referrals, "Couldn't set ldap opt referals ");
+  return setOption(__FUNCTION__, LDAP_OPT_REFERRALS, on ? LDAP_OPT_ON : LDAP_OPT_OFF,
+                   "Couldn't set ldap opt referals ");
 }
 
 // libldap copies the list, so the control may live on the stack and the list is freed at once.
@@ -208,11 +218,15 @@ bool LdapTlsWrapper::connect(TlsModeConnection mode, const std::string& host, co
   _uri.clear();
   if (!host.empty()) createURI(host, mode);
   if (!fallbackHost.empty()) createURI(fallbackHost, mode);
+  _outcome = OperationOutcome();
+  _guard.start(_synchronousTimeout.tv_sec > 0 ? static_cast<int>(_synchronousTimeout.tv_sec) : 0);
   const int rc = ldap_initialize(&_ld, _uri.c_str());
   if (_ld != nullptr) {
     const int version = LDAP_VERSION3;
     ldap_set_option(_ld, LDAP_OPT_PROTOCOL_VERSION, &version);
     ldap_set_option(_ld, LDAP_OPT_X_TLS_PROTOCOL_MIN, &TLS_PROTOCOL_MIN);
+    _guard.attach(_ld);
+    _referrals.attach(_ld);
   }
   QIV_TRACE(" << ");
   return rc == LDAP_SUCCESS;
@@ -233,7 +247,8 @@ bool LdapTlsWrapper::startTls() {
   if (_ld == nullptr) connect(TLS_NONE, "", "");
   bool started = true;
   if (_tlsMode == TLS_STARTTLS) {
-    const int rc = ldap_start_tls_s(_ld, nullptr, nullptr);
+    const int rc = beginOperation() ? ldap_start_tls_s(_ld, nullptr, nullptr) : LDAP_TIMEOUT;
+    endOperation(rc);
     started = rc == LDAP_SUCCESS;
     if (rc == LDAP_LOCAL_ERROR) {
       QIV_TRACE("TLS is already inplace.");
@@ -263,10 +278,13 @@ bool LdapTlsWrapper::ping() {
     QIV_TRACE("LDAP handle not set");
   } else {
     LDAPMessage* result = nullptr;
-    const int rc =
-        ldap_search_ext_s(_ld, nullptr, LDAP_SCOPE_BASE, nullptr, nullptr, 0, nullptr, nullptr, nullptr, 0, &result);
+    const int rc = beginOperation() ? ldap_search_ext_s(_ld, nullptr, LDAP_SCOPE_BASE, nullptr, nullptr, 0, nullptr,
+                                                        nullptr, nullptr, 0, &result)
+                                    : LDAP_TIMEOUT;
     if (result != nullptr) ldap_msgfree(result);
-    alive = rc != LDAP_SERVER_DOWN;
+    endOperation(rc);
+    // A server that does not answer is as good as down.
+    alive = _outcome.answered();
     if (!alive) QIV_TRACE("LDAP server %s is down", _uri.c_str());
   }
   QIV_TRACE(" << ");
@@ -276,7 +294,11 @@ bool LdapTlsWrapper::ping() {
 bool LdapTlsWrapper::deleteEntry(const std::string& dn) {
   QIV_TRACE(" >> ");
   Poco::Mutex::ScopedLock lock(_mutex);
-  const bool deleted = _ld != nullptr && ldap_delete_ext_s(_ld, dn.c_str(), nullptr, nullptr) == LDAP_SUCCESS;
+  const int rc = _ld == nullptr   ? LDAP_PARAM_ERROR
+                 : beginOperation() ? ldap_delete_ext_s(_ld, dn.c_str(), nullptr, nullptr)
+                                    : LDAP_TIMEOUT;
+  endOperation(rc);
+  const bool deleted = rc == LDAP_SUCCESS;
   QIV_TRACE(" << ");
   return deleted;
 }
@@ -295,9 +317,11 @@ std::list<std::string> LdapTlsWrapper::search(const std::string& base, ScopeT sc
   char** requested = names.size() > 1 ? names.data() : nullptr;
 
   LDAPMessage* result = nullptr;
-  const int rc = _ld == nullptr ? LDAP_PARAM_ERROR
-                                : ldap_search_ext_s(_ld, nullIfEmpty(base), scopeValue(scope), nullIfEmpty(filter),
-                                                    requested, 0, nullptr, nullptr, nullptr, 0, &result);
+  const int rc = _ld == nullptr   ? LDAP_PARAM_ERROR
+                 : beginOperation() ? ldap_search_ext_s(_ld, nullIfEmpty(base), scopeValue(scope), nullIfEmpty(filter),
+                                                        requested, 0, nullptr, nullptr, nullptr, 0, &result)
+                                    : LDAP_TIMEOUT;
+  endOperation(rc);
   std::list<Entry> entries;
   if (rc == LDAP_SUCCESS && ldap_count_entries(_ld, result) != 0) {
     for (LDAPMessage* found = ldap_first_entry(_ld, result); found != nullptr; found = ldap_next_entry(_ld, found)) {
@@ -321,9 +345,11 @@ bool LdapTlsWrapper::bind() {
   credentials.bv_len = _password.size();
   credentials.bv_val = const_cast<char*>(_password.data());
   // libldap aborts on a null handle, which a failed connect leaves.
-  const int rc = _ld == nullptr ? LDAP_PARAM_ERROR
-                                : ldap_sasl_bind_s(_ld, _bindDn.c_str(), LDAP_SASL_SIMPLE, &credentials, nullptr,
-                                                   nullptr, nullptr);
+  const int rc = _ld == nullptr   ? LDAP_PARAM_ERROR
+                 : beginOperation() ? ldap_sasl_bind_s(_ld, _bindDn.c_str(), LDAP_SASL_SIMPLE, &credentials,
+                                                       nullptr, nullptr, nullptr)
+                                    : LDAP_TIMEOUT;
+  endOperation(rc);
   QIV_TRACE(" << ");
   return rc == LDAP_SUCCESS;
 }
@@ -368,5 +394,30 @@ std::list<std::string> LdapTlsWrapper::getAttrsResult(const std::list<Entry>& en
 }
 
 std::string LdapTlsWrapper::message(int rc) const { return ldap_err2string(rc); }
+
+OperationOutcome LdapTlsWrapper::lastOutcome() const {
+  Poco::Mutex::ScopedLock lock(_mutex);
+  return _outcome;
+}
+
+bool LdapTlsWrapper::beginOperation() {
+  _guard.beginOperation();
+  if (_guard.expired()) return false;
+  const timeval synchronous = _guard.bounded(_synchronousTimeout);
+  if (synchronous.tv_sec >= 0) ldap_set_option(_ld, LDAP_OPT_TIMEOUT, &synchronous);
+  const timeval network = _guard.bounded(_networkTimeout);
+  if (network.tv_sec >= 0) ldap_set_option(_ld, LDAP_OPT_NETWORK_TIMEOUT, &network);
+  return true;
+}
+
+// A result code from the server is an answer, whatever it says; libldap's own codes are not.
+void LdapTlsWrapper::endOperation(int rc) {
+  _outcome = OperationOutcome();
+  if (rc >= 0 && !_guard.silenceMet()) return;
+  const bool silent = _guard.silenceMet() || rc == LDAP_TIMEOUT;
+  _outcome.kind = silent ? OperationOutcome::NO_ANSWER : OperationOutcome::REFUSED;
+  _outcome.server = _guard.server().empty() ? _uri : _guard.server();
+  _outcome.reason = message(rc);
+}
 
 }  // namespace Ldap

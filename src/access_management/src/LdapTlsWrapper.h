@@ -3,13 +3,13 @@
 
 #include "Entry.h"
 #include "ILdapTlsWrapper.h"
+#include "ReferralPolicy.h"
+#include "SessionGuard.h"
 
 #include <Poco/Mutex.h>
 
 #include <list>
 #include <string>
-
-typedef struct ldap LDAP;
 
 namespace Ldap {
 
@@ -17,6 +17,8 @@ namespace Ldap {
 // simple bind, StartTLS, a liveness check, deletes and searches answered as "name: value" lines.
 // One caller at a time; the locked operations (connect, disconnect, bind(dn, password), ping,
 // deleteEntry, search and the option setters) are serialised by the wrapper's mutex.
+// Each connect starts a session that ends, whatever the directory does, within the synchronous
+// time-out set last: every operation waits at most for what is left of it.
 class LdapTlsWrapper : public ILdapTlsWrapper {
  public:
   LdapTlsWrapper();
@@ -36,7 +38,7 @@ class LdapTlsWrapper : public ILdapTlsWrapper {
   bool setRequireCert(ReqCertOptionT option) override;
   bool setSynchronousTimeout(int seconds) override;
   bool setNetworkTimeout(int seconds) override;
-  // Referral chasing ends up on for either argument (libldap is handed the flag's address).
+  // Chasing on or off; followed referrals keep the session's TLS and bind identity.
   bool setLdapOptReferrals(bool on) override;
   // Sends the ManageDsaIT control, not critical, with every operation.
   bool setLdapOptServerControls() override;
@@ -54,12 +56,13 @@ class LdapTlsWrapper : public ILdapTlsWrapper {
   bool startTls() override;
   // Keeps dn and password for bind() and binds with them.
   bool bind(const std::string& dn, const std::string& password) override;
-  // Reads the root DSE; false only without handle or when the server is down.
+  // Reads the root DSE; false without handle, or when the server is down or does not answer.
   bool ping() override;
   bool deleteEntry(const std::string& dn) override;
   // The values of the entries found, in server order, as "name: value" lines; empty on failure.
   std::list<std::string> search(const std::string& base, ScopeT scope, const std::string& filter,
                                 const std::list<std::string>* attributes) override;
+  OperationOutcome lastOutcome() const override;
 
   // Simple bind with the DN and password of the last bind(dn, password); without a handle it
   // connects in TLS_NONE mode first. Not locked.
@@ -85,15 +88,26 @@ class LdapTlsWrapper : public ILdapTlsWrapper {
   // to libldap as option, on the handle or on libldap's defaults while there is none, with the
   // lock held. A failure is logged at level 3 as failure followed by libldap's reason.
   bool setOption(const char* setter, int option, const void* value, const std::string& failure);
+  // Before an operation on the handle: libldap's waits shortened to what is left of the session.
+  // False when nothing is left.
+  bool beginOperation();
+  // Notes what became of the operation that libldap answered with rc.
+  void endOperation(int rc);
 
   // Recursive: bind(dn, password) holds it when bind() connects, and connect takes it again.
-  Poco::Mutex _mutex;
+  mutable Poco::Mutex _mutex;
   LDAP* _ld;
   std::string _uri;
   std::string _bindDn;
   // Clear text, in memory only; never logged.
   std::string _password;
   TlsModeConnection _tlsMode;
+  // The time-outs set last; tv_sec -1 while unset.
+  timeval _synchronousTimeout;
+  timeval _networkTimeout;
+  SessionGuard _guard;
+  ReferralPolicy _referrals;
+  OperationOutcome _outcome;
   // The last cipher filter translated for a GnuTLS-built libldap and its priority string (empty
   // when it was refused).
   std::string _translatedCipherFilter;

@@ -16,7 +16,7 @@ const unsigned FIRST_CAPACITY = 4;
 
 }  // namespace
 
-Mod::Mod(int op, const char* type) : _op(op), _type(StrDup(type)), _values(nullptr), _capacity(0) {
+Mod::Mod(int op, const char* type) : _op(op), _type(StrDup(type)), _values(nullptr), _capacity(0), _count(0) {
   static_assert(std::is_standard_layout<Mod>::value, "Mod must keep LDAPMod's layout");
   static_assert(offsetof(Mod, _op) == offsetof(LDAPMod, mod_op), "op must sit where LDAPMod has it");
   static_assert(offsetof(Mod, _type) == offsetof(LDAPMod, mod_type), "type must sit where LDAPMod has it");
@@ -43,6 +43,7 @@ void Mod::clear() {
   _type = nullptr;
   _op = 0;
   _capacity = 0;
+  _count = 0;
 }
 
 bool Mod::isOperation(int operation) const { return (_op & LDAP_MOD_OP) == operation; }
@@ -82,21 +83,14 @@ void Mod::addValue(void* value) {
   if (_values == nullptr) {
     _values = new void*[FIRST_CAPACITY]();
     _capacity = FIRST_CAPACITY;
-    _values[0] = value;
-    return;
+  } else if (_count + 1 == _capacity) {
+    void** grown = new void*[2 * _capacity]();
+    std::memcpy(grown, _values, _count * sizeof(void*));
+    delete[] _values;
+    _values = grown;
+    _capacity *= 2;
   }
-  for (unsigned index = 0; index + 1 < _capacity; ++index) {
-    if (_values[index] == nullptr) {
-      _values[index] = value;
-      return;
-    }
-  }
-  void** grown = new void*[2 * _capacity]();
-  std::memcpy(grown, _values, (_capacity - 1) * sizeof(void*));
-  delete[] _values;
-  _values = grown;
-  _values[_capacity - 1] = value;
-  _capacity *= 2;
+  _values[_count++] = value;
 }
 
 std::string Mod::valueText(const void* value) const {

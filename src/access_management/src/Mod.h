@@ -48,6 +48,7 @@ class Mod {
  private:
   bool isBinary() const;
   // Stores value in the first free slot, growing the array so that its last slot stays null.
+  // The values fill the slots from the front, so the first free one is found by count.
   void addValue(void* value);
   std::string valueText(const void* value) const;
 
@@ -55,6 +56,8 @@ class Mod {
   char* _type;
   void** _values;
   unsigned _capacity;
+  // Values stored; after the layout libldap knows.
+  unsigned _count;
 };
 
 // One line per value, "type: value\n", or "type:\n" without values.

@@ -16,6 +16,7 @@ using QivAccessManagement::LdapConfiguration;
 using ::testing::ElementsAre;
 using ::testing::InSequence;
 using ::testing::Invoke;
+using ::testing::InvokeWithoutArgs;
 using ::testing::IsNull;
 using ::testing::Matcher;
 using ::testing::Pointee;
@@ -621,13 +622,14 @@ TEST_F(AmLdapTest, LookupHoldsItsMutex) {
   EXPECT_TRUE(lockedDuringLookup);
 }
 
-TEST_F(AmLdapTest, ShortScopeLineThrowsAndReleasesTheMutex) {
+TEST_F(AmLdapTest, ShortScopeLineThrowsClosesTheSessionAndReleasesTheMutex) {
   const LdapConfiguration config = plainConfig();
   {
     InSequence order;
     expectPlainConnection();
     expectUserFound("bob");
     expectSearch(kBaseDn, kBobsGroups, attributes(kScopeAttribute), {"orbelinUserAuthenticationScope: X", "scope: X"});
+    EXPECT_CALL(wrapper, disconnect());
   }
   std::string roles;
   try {
@@ -920,3 +922,193 @@ TEST_F(AmLdapTest, ResolveAliasesEscapesTheRoleInTheDn) {
 }
 
 }  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// A directory that does not answer
+
+namespace {
+
+Ldap::OperationOutcome unanswered(const std::string& server) {
+  Ldap::OperationOutcome outcome;
+  outcome.kind = Ldap::OperationOutcome::NO_ANSWER;
+  outcome.server = server;
+  outcome.reason = "Timed out";
+  return outcome;
+}
+
+}  // namespace
+
+// The level-3 lines of the log so far, as "level text".
+class AmLdapSilenceTest : public AmLdapTest {
+ protected:
+  Strings errors() {
+    Strings texts;
+    for (const Framework::LogRecord& record : log().records()) {
+      if (record.level < kTrace) texts.push_back(std::to_string(record.level) + " " + record.text);
+    }
+    return texts;
+  }
+
+  // A search answered as the wrapper would when the server said nothing.
+  void expectUnansweredSearch(const std::string& base, const std::string& filter,
+                              const Matcher<const Lines*>& attributeList, const std::string& server) {
+    EXPECT_CALL(wrapper, search(base, Ldap::SCOPE_SUBTREE, filter, attributeList))
+        .WillOnce(Invoke([this, server](const std::string&, Ldap::ScopeT, const std::string&, const Lines*) {
+          wrapper.outcome = unanswered(server);
+          return Lines();
+        }));
+  }
+
+  void expectUnansweredPing(const std::string& server) {
+    EXPECT_CALL(wrapper, ping()).WillOnce(InvokeWithoutArgs([this, server]() {
+      wrapper.outcome = unanswered(server);
+      return false;
+    }));
+  }
+
+  LdapConfiguration withFallback() {
+    LdapConfiguration config = plainConfig();
+    config.fallbackLdapIpAddress = "192.0.2.11";
+    return config;
+  }
+};
+
+TEST_F(AmLdapSilenceTest, UnansweredUserSearchIsAFailureNotAnUnknownUser) {
+  const LdapConfiguration config = plainConfig();
+  {
+    InSequence order;
+    expectPlainConnection();
+    expectUnansweredSearch(kBaseDn, "(uid=bob)", IsNull(), "192.0.2.10:389");
+    EXPECT_CALL(wrapper, disconnect());
+  }
+  std::string roles = "stale";
+  EXPECT_EQ(-1, amLdap.authorizationLdap(&config, "bob", roles));
+  EXPECT_EQ("", roles);
+  EXPECT_EQ(Strings({"3 No answer from LDAP server 192.0.2.10:389: Timed out"}), errors());
+}
+
+TEST_F(AmLdapSilenceTest, UnansweredAliasSearchEndsTheLookup) {
+  LdapConfiguration config = plainConfig(QivAccessManagement::ORBELIN);
+  config.roleAliasesBaseDn = "ou=roleAliases,dc=example,dc=com";
+  {
+    InSequence order;
+    expectLookup("bob", kBobsAccount, kOrbelinRoleAttribute, {},
+                 {"orbelinUserAuthorizationScope: admin", "orbelinUserAuthorizationScope: ops"});
+    expectUnansweredSearch("role=admin,ou=roleAliases,dc=example,dc=com", "", IsNull(), "192.0.2.10:389");
+    EXPECT_CALL(wrapper, disconnect());
+  }
+  std::string roles;
+  EXPECT_EQ(-1, amLdap.authorizationLdap(&config, "bob", roles));
+  EXPECT_EQ("", roles);
+  EXPECT_EQ(Strings({"3 No answer from LDAP server 192.0.2.10:389: Timed out"}), errors());
+  ASSERT_TRUE(amLdap.mutex.tryLock());
+  amLdap.mutex.unlock();
+}
+
+TEST_F(AmLdapSilenceTest, EmptyAnswerStaysAnUnknownUser) {
+  const LdapConfiguration config = plainConfig();
+  {
+    InSequence order;
+    expectPlainConnection();
+    expectSearch(kBaseDn, "(uid=bob)", IsNull(), {});
+  }
+  std::string roles;
+  EXPECT_EQ(-2, amLdap.authorizationLdap(&config, "bob", roles));
+  EXPECT_EQ(Strings(), errors());
+}
+
+TEST_F(AmLdapSilenceTest, PrimaryThatStopsAnsweringGivesWayToTheFallbackAlone) {
+  const LdapConfiguration config = withFallback();
+  {
+    InSequence order;
+    expectTimeouts();
+    EXPECT_CALL(wrapper, connect(Ldap::TLS_NONE, "192.0.2.10:389", "192.0.2.11:389")).WillOnce(Return(true));
+    EXPECT_CALL(wrapper, setLdapOptReferrals(true)).WillOnce(Return(true));
+    expectUnansweredPing("192.0.2.10:389");
+    expectTimeouts();
+    EXPECT_CALL(wrapper, connect(Ldap::TLS_NONE, "192.0.2.11:389", "")).WillOnce(InvokeWithoutArgs([this]() {
+      wrapper.outcome = Ldap::OperationOutcome();
+      return true;
+    }));
+    EXPECT_CALL(wrapper, setLdapOptReferrals(true)).WillOnce(Return(true));
+    EXPECT_CALL(wrapper, ping()).WillOnce(Return(true));
+    expectUserFound("bob");
+    expectSearch(kBaseDn, kBobsGroups, attributes(kScopeAttribute), {});
+    expectSearch(kBaseDn, kBobsGroups, attributes("cn"), {"cn: ops"});
+    EXPECT_CALL(wrapper, disconnect());
+  }
+  std::string roles;
+  EXPECT_EQ(0, amLdap.authorizationLdap(&config, "bob", roles));
+  EXPECT_EQ("ops", roles);
+  EXPECT_EQ(Strings({"3 No answer from LDAP server 192.0.2.10:389: Timed out",
+                     "4 LDAP server 192.0.2.10:389 did not answer, asking 192.0.2.11:389"}),
+            errors());
+}
+
+TEST_F(AmLdapSilenceTest, SilenceInTheMiddleOfTheLookupAlsoGivesWayToTheFallback) {
+  const LdapConfiguration config = withFallback();
+  // Both servers answer the connection and the user, then fall silent on the scope search.
+  std::vector<std::string> connected;
+  EXPECT_CALL(wrapper, setSynchronousTimeout(12)).Times(2).WillRepeatedly(Return(true));
+  EXPECT_CALL(wrapper, setNetworkTimeout(11)).Times(2).WillRepeatedly(Return(true));
+  EXPECT_CALL(wrapper, connect(Ldap::TLS_NONE, testing::_, testing::_))
+      .Times(2)
+      .WillRepeatedly(
+          Invoke([this, &connected](Ldap::TlsModeConnection, const std::string& host, const std::string& fallback) {
+            // A new session starts with nothing unanswered, as the wrapper's does.
+            wrapper.outcome = Ldap::OperationOutcome();
+            connected.push_back(host + "," + fallback);
+            return true;
+          }));
+  EXPECT_CALL(wrapper, setLdapOptReferrals(true)).Times(2).WillRepeatedly(Return(true));
+  EXPECT_CALL(wrapper, ping()).Times(2).WillRepeatedly(Return(true));
+  EXPECT_CALL(wrapper, search(kBaseDn, Ldap::SCOPE_SUBTREE, "(uid=bob)", IsNull()))
+      .Times(2)
+      .WillRepeatedly(Return(Lines{"uid: bob"}));
+  EXPECT_CALL(wrapper, search(kBaseDn, Ldap::SCOPE_SUBTREE, kBobsGroups, attributes(kScopeAttribute)))
+      .Times(2)
+      .WillRepeatedly(Invoke([this, &connected](const std::string&, Ldap::ScopeT, const std::string&, const Lines*) {
+        wrapper.outcome = unanswered(connected.back().substr(0, connected.back().find(',')));
+        return Lines();
+      }));
+  EXPECT_CALL(wrapper, disconnect()).Times(2);
+  std::string roles;
+  // The fallback is tried once; its silence ends the query.
+  EXPECT_EQ(-1, amLdap.authorizationLdap(&config, "bob", roles));
+  EXPECT_EQ(Strings({"192.0.2.10:389,192.0.2.11:389", "192.0.2.11:389,"}), connected);
+  EXPECT_EQ(Strings({"3 No answer from LDAP server 192.0.2.10:389: Timed out",
+                     "4 LDAP server 192.0.2.10:389 did not answer, asking 192.0.2.11:389",
+                     "3 No answer from LDAP server 192.0.2.11:389: Timed out"}),
+            errors());
+}
+
+TEST_F(AmLdapSilenceTest, RefusalOnThePrimaryIsNotRetried) {
+  LdapConfiguration config = withFallback();
+  config.bindDn = "cn=reader,dc=example,dc=com";
+  config.bindPassword = "wrong";
+  {
+    InSequence order;
+    expectTimeouts();
+    EXPECT_CALL(wrapper, connect(Ldap::TLS_NONE, "192.0.2.10:389", "192.0.2.11:389")).WillOnce(Return(true));
+    EXPECT_CALL(wrapper, setLdapOptReferrals(true)).WillOnce(Return(true));
+    // The server answered: invalid credentials.
+    EXPECT_CALL(wrapper, bind("cn=reader,dc=example,dc=com", "wrong")).WillOnce(Return(false));
+  }
+  std::string roles;
+  EXPECT_EQ(-1, amLdap.authorizationLdap(&config, "bob", roles));
+  EXPECT_EQ(Strings(), errors());
+}
+
+TEST_F(AmLdapSilenceTest, SilenceOfTheFallbackThatLibldapChoseIsNotRetried) {
+  const LdapConfiguration config = withFallback();
+  {
+    InSequence order;
+    expectTimeouts();
+    EXPECT_CALL(wrapper, connect(Ldap::TLS_NONE, "192.0.2.10:389", "192.0.2.11:389")).WillOnce(Return(true));
+    EXPECT_CALL(wrapper, setLdapOptReferrals(true)).WillOnce(Return(true));
+    expectUnansweredPing("192.0.2.11:389");
+  }
+  std::string roles;
+  EXPECT_EQ(-1, amLdap.authorizationLdap(&config, "bob", roles));
+  EXPECT_EQ(Strings({"3 No answer from LDAP server 192.0.2.11:389: Timed out"}), errors());
+}
