@@ -104,7 +104,10 @@ std::vector<int> freeLoopbackPorts(int count) {
 // The instance's files and its running slapd; the destructor undoes whatever the start got to.
 class SlapdInstance::Impl {
  public:
-  Impl() : directory(makeTemporaryDirectory()), certificates(directory + "/tls") {}
+  explicit Impl(const Options& options)
+      : directory(makeTemporaryDirectory()),
+        ownCertificates(options.certificatesDirectory.empty()),
+        certificates(ownCertificates ? directory + "/tls" : options.certificatesDirectory) {}
   ~Impl() {
     slapd.reset();
     std::error_code ignored;
@@ -116,6 +119,7 @@ class SlapdInstance::Impl {
   std::string configurationFile() const { return directory + "/slapd.conf"; }
 
   const std::string directory;
+  const bool ownCertificates;
   const ThrowAwayCertificates certificates;
   std::unique_ptr<ChildProcess> slapd;
   int plainPort = 0;
@@ -123,7 +127,7 @@ class SlapdInstance::Impl {
   int pid = 0;
 
  private:
-  std::string configuration(const std::string& cipherSuite, const std::string& fixtures) const;
+  std::string configuration(const Options& options, const std::string& fixtures) const;
   // Starts slapadd with the base entries and those of ldifFile (the sample users when empty).
   std::unique_ptr<ChildProcess> startLoadingEntries(const std::string& ldifFile, const std::string& fixtures) const;
   // True once slapd answers on both ports; false when it ended because a port was taken; throws
@@ -134,10 +138,10 @@ class SlapdInstance::Impl {
 
 void SlapdInstance::Impl::start(const Options& options) {
   const std::string fixtures = options.fixturesDirectory.empty() ? FIXTURES_DIRECTORY : options.fixturesDirectory;
-  writeFile(configurationFile(), configuration(options.cipherSuite, fixtures));
+  writeFile(configurationFile(), configuration(options, fixtures));
   // slapadd reads the configuration but none of the certificates: both are made at the same time.
   const std::unique_ptr<ChildProcess> loading = startLoadingEntries(options.ldifFile, fixtures);
-  certificates.create();
+  if (ownCertificates) certificates.create();
   loading->waitForSuccess();
   for (int attempt = 1; attempt <= PORT_ATTEMPTS; ++attempt) {
     if (launchOnFreePorts()) return;
@@ -146,7 +150,7 @@ void SlapdInstance::Impl::start(const Options& options) {
                            slapd->output());
 }
 
-std::string SlapdInstance::Impl::configuration(const std::string& cipherSuite, const std::string& fixtures) const {
+std::string SlapdInstance::Impl::configuration(const Options& options, const std::string& fixtures) const {
   std::ostringstream text;
   text << "# A throw-away test directory; nothing here is fit for a real server.\n";
   for (const char* schema : {"core", "cosine", "inetorgperson", "nis"}) {
@@ -162,7 +166,7 @@ std::string SlapdInstance::Impl::configuration(const std::string& cipherSuite, c
        << "TLSCACertificateFile " << quoted(certificates.caFile()) << "\n"
        << "TLSCertificateFile " << quoted(certificates.serverCertificateFile()) << "\n"
        << "TLSCertificateKeyFile " << quoted(certificates.serverKeyFile()) << "\n";
-  if (!cipherSuite.empty()) text << "TLSCipherSuite " << quoted(cipherSuite) << "\n";
+  if (!options.cipherSuite.empty()) text << "TLSCipherSuite " << quoted(options.cipherSuite) << "\n";
   text << "database mdb\n"
        << "suffix " << quoted(baseDn()) << "\n"
        << "rootdn " << quoted(rootDn()) << "\n"
@@ -175,7 +179,7 @@ std::string SlapdInstance::Impl::configuration(const std::string& cipherSuite, c
        << "  by self read\n"
        << "  by * none\n"
        << "access to *\n"
-       << "  by * read\n";
+       << (options.readerOnly ? "  by dn.exact=" + quoted(readerDn()) + " read\n  by * none\n" : "  by * read\n");
   return text.str();
 }
 
@@ -238,7 +242,7 @@ bool SlapdInstance::Impl::answersOnBothPorts(std::string& error) const {
 
 SlapdInstance::SlapdInstance() : SlapdInstance(Options()) {}
 
-SlapdInstance::SlapdInstance(const Options& options) : _impl(new Impl()) {
+SlapdInstance::SlapdInstance(const Options& options) : _impl(new Impl(options)) {
   try {
     _impl->start(options);
   } catch (...) {
@@ -262,6 +266,8 @@ std::string SlapdInstance::caFile() const { return _impl->certificates.caFile();
 std::string SlapdInstance::otherCaFile() const { return _impl->certificates.otherCaFile(); }
 
 std::string SlapdInstance::directory() const { return _impl->directory; }
+
+std::string SlapdInstance::certificatesDirectory() const { return _impl->certificates.directory(); }
 
 int SlapdInstance::pid() const { return _impl->pid; }
 

@@ -23,6 +23,11 @@ class SlapdInstance {
     std::string ldifFile;
     // Where the schema, the base entries and the sample users lie; empty: test/fixtures/ldap.
     std::string fixturesDirectory;
+    // Another instance's certificates directory (certificatesDirectory()), so that both servers
+    // are signed by one CA; empty: a CA of its own.
+    std::string certificatesDirectory;
+    // Only the reader may read entries; anonymous sessions see none.
+    bool readerOnly = false;
   };
 
   SlapdInstance();
@@ -52,6 +57,8 @@ class SlapdInstance {
   static const char* readerPassword() { return "readerpw"; }
 
   std::string directory() const;
+  // The CA, the server certificate and its key, for Options::certificatesDirectory.
+  std::string certificatesDirectory() const;
   int pid() const;
 
   // Stops slapd now; the destructor does nothing more than remove the directory afterwards.

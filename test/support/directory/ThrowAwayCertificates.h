@@ -21,6 +21,7 @@ class ThrowAwayCertificates {
   // a step fails. The files stay when the object goes.
   void create() const;
 
+  const std::string& directory() const { return _directory; }
   std::string caFile() const { return _directory + "/ca.pem"; }
   std::string otherCaFile() const { return _directory + "/other-ca.pem"; }
   std::string serverCertificateFile() const { return _directory + "/server.pem"; }
