@@ -217,6 +217,25 @@ TEST_F(SecurityFrameworkTest, RefusedRegistrationFailsTheCommitAndKeepsWhatWasWr
   EXPECT_FALSE(Poco::File(serviceModuleFile()).exists());
 }
 
+TEST_F(SecurityFrameworkTest, KeyInjectedThroughALineFeedIsRefusedAndNoFileIsWritten) {
+  start();
+  ASSERT_EQ(PymOk, unlock());
+  const std::string frameworkText = FileProbe::text(frameworkFile());
+  const std::string serviceModuleText = FileProbe::text(serviceModuleFile());
+  Framework::OperatorTransaction transaction(framework());
+  ASSERT_EQ(PymOk, transaction.setText(LDAP_DN, "roleAliasesBaseDn",
+                                       {"ou=aliases,dc=operator,dc=example\ntls_reqcert = never"}));
+  ASSERT_EQ(PymOk, transaction.setText(LDAP_DN, "baseDn", {"dc=operator,dc=example\nldap_tls_cacert = /tmp/attacker-ca.pem"}));
+  EXPECT_EQ(PymValidationFailed, transaction.commit());
+  EXPECT_EQ((Strings{"@qivnbi@Validation failed - baseDn must not contain a control character",
+                     "@qivnbi@Validation failed - roleAliasesBaseDn must not contain a control character"}),
+            transaction.operatorMessages());
+  EXPECT_EQ(1u, registerCalls().size());
+  EXPECT_EQ(frameworkText, FileProbe::text(frameworkFile()));
+  EXPECT_EQ(serviceModuleText, FileProbe::text(serviceModuleFile()));
+  EXPECT_EQ(Strings{"dc=operator,dc=example"}, framework().model().stringValues(LDAP_DN, "baseDn"));
+}
+
 // With the Tls object: its cipher list reaches the security framework's files.
 class SecurityFrameworkWithTlsTest : public SecurityFrameworkTest {
  protected:

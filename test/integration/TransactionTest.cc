@@ -4,11 +4,13 @@
 #include "WithSecurityApi.h"
 
 #include <Framework/CurrentTransaction.h>
+#include <Framework/OperatorTransaction.h>
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
@@ -141,6 +143,40 @@ TEST_F(TransactionTest, InvalidConfigurationIsRefusedWithTheOperatorTextsInRuleO
   // The lock went with the refused transaction.
   const unsigned long next = begin();
   EXPECT_EQ(0, write(next, LDAP_DN, "baseDn", AttributeValue::text("dc=next")));
+}
+
+TEST_F(TransactionTest, LineFeedInBaseDnIsRefusedAndNeitherTheModelNorQiveaGetsIt) {
+  start();
+  {
+    Framework::OperatorTransaction unlock(framework());
+    ASSERT_EQ(PymOk, unlock.setText(METHOD_DN, "administrativeState", {"UNLOCKED"}));
+    ASSERT_EQ(PymOk, unlock.setText(LDAP_DN, "ldapIpAddress", {"192.0.2.10"}));
+    ASSERT_EQ(PymOk, unlock.setText(LDAP_DN, "baseDn", {"dc=operator,dc=example"}));
+    ASSERT_EQ(PymOk, unlock.commit());
+  }
+  const std::vector<Args> before = qivea.calls();
+  ASSERT_EQ(2u, authenticationCalls().size());
+
+  Framework::OperatorTransaction injection(framework());
+  ASSERT_EQ(PymOk, injection.setText(LDAP_DN, "baseDn", {"dc=operator,dc=example\nldap_tls_reqcert = never"}));
+  EXPECT_EQ(PymValidationFailed, injection.commit());
+  const std::string text = "Validation failed - baseDn must not contain a control character";
+  EXPECT_EQ(std::vector<std::string>{"@qivnbi@" + text}, injection.operatorMessages());
+  EXPECT_EQ(1u, log().count(4, text));
+  EXPECT_EQ(std::vector<std::string>{"dc=operator,dc=example"}, framework().model().stringValues(LDAP_DN, "baseDn"));
+  EXPECT_EQ(before, qivea.calls());
+  EXPECT_EQ(0u, log().countContaining("reqcert"));
+
+  // The component's record kept the old value too: the next change applies it.
+  Framework::OperatorTransaction next(framework());
+  ASSERT_EQ(PymOk, next.setText(LDAP_DN, "bindDn", {"cn=reader,dc=operator,dc=example"}));
+  ASSERT_EQ(PymOk, next.commit());
+  const std::vector<Args> calls = authenticationCalls();
+  ASSERT_EQ(4u, calls.size());
+  for (const Args& call : {calls[2], calls[3]}) {
+    EXPECT_NE(call.end(), std::find(call.begin(), call.end(), "--base-dn=dc=operator,dc=example"));
+    for (const std::string& argument : call) EXPECT_EQ(std::string::npos, argument.find("reqcert")) << argument;
+  }
 }
 
 TEST_F(TransactionTest, SecondTransactionIsRefusedWhileTheFirstHoldsTheLock) {

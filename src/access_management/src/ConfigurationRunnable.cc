@@ -15,12 +15,14 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cctype>
 #include <cstdlib>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <sstream>
+#include <utility>
 
 namespace QivAccessManagement {
 
@@ -55,6 +57,52 @@ void drain(Poco::Pipe& pipe) {
     if (pipe.readBytes(&byte, 1) != 1) return;
   }
 }
+
+// C0 controls and DEL, NUL included wherever it stands in the string.
+bool holdsControlCharacter(const std::string& value) {
+  return std::any_of(value.begin(), value.end(), [](char c) {
+    const unsigned char byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7f;
+  });
+}
+
+bool startsWithIgnoringCase(const std::string& text, const std::string& prefix) {
+  if (text.size() < prefix.size()) return false;
+  for (std::string::size_type i = 0; i < prefix.size(); ++i) {
+    if (std::tolower(static_cast<unsigned char>(text[i])) != static_cast<unsigned char>(prefix[i])) return false;
+  }
+  return true;
+}
+
+// A bare host or address. A bracketed IPv6 address passes: every back end takes it as it stands.
+bool isHostOrAddress(const std::string& address) {
+  if (address.find("://") != std::string::npos) return false;
+  if (startsWithIgnoringCase(address, "ldap:") || startsWithIgnoringCase(address, "ldaps:")) return false;
+  return address.find_first_of(", \t") == std::string::npos;
+}
+
+typedef std::pair<const char*, const std::string*> NamedText;
+
+// The record's texts that qivea or the security framework's files get, in record order.
+std::vector<NamedText> appliedTexts(const LdapConfiguration& config) {
+  return {{BIND_DN, &config.bindDn},
+          {LDAP_IP_ADDRESS, &config.ldapIpAddress},
+          {BASE_DN, &config.baseDn},
+          {FALLBACK_LDAP_IP_ADDRESS, &config.fallbackLdapIpAddress},
+          {"nodeCredential certificate file", &config.nodeCredential.nodeCertFileName},
+          {"nodeCredential key file", &config.nodeCredential.nodeKeyFileName},
+          {"trustCategory directory", &config.trustCategory.trustCatDirName},
+          {TLS_CA_CERTIFICATE, &config.tlsCaCertificate},
+          {TLS_CLIENT_CERTIFICATE, &config.tlsClientCertificate},
+          {TLS_CLIENT_KEY, &config.tlsClientKey},
+          {NODE_TYPE, &config.nodeType},
+          {ROLE_ALIASES_BASE_DN, &config.roleAliasesBaseDn},
+          {BIND_PASSWORD, &config.bindPassword},
+          {FILTER, &config.filter},
+          {TYPE, &config.type}};
+}
+
+const char CIPHER_FILTER_CONTROL_TEXT[] = "Validation failed - cipherFilter must not contain a control character";
 
 struct NodeListRelease {
   void operator()(Poco::XML::NodeList* list) const { list->release(); }
@@ -198,8 +246,11 @@ int ConfigurationRunnable::validateConfiguration(LdapConfiguration* config, bool
   const int filter = verifyFilterAttributes(config, addMessages);
   const int bind = verifyBindAttributes(config, addMessages);
   const int targetBasedAccessControl = verifyTargetBasedAccessControlAndTargetTypeAttributes(config, addMessages);
+  const int controlCharacters = verifyControlCharacters(config, addMessages);
+  const int serverAddresses = verifyServerAddresses(config, addMessages);
   int result = 0;
-  for (const int ruleResult : {targetBasedAccessControl, bind, filter, mandatory, tlsClient}) {
+  for (const int ruleResult :
+       {targetBasedAccessControl, bind, filter, mandatory, tlsClient, controlCharacters, serverAddresses}) {
     if (ruleResult != 0) {
       result = ruleResult;
       break;
@@ -260,6 +311,40 @@ int ConfigurationRunnable::verifyTargetBasedAccessControlAndTargetTypeAttributes
   const std::string text = std::string("Validation failed - if ") + TARGET_BASED_ACCESS_CONTROL +
                            " is set to UNLOCKED " + TARGET_TYPE + " must be set";
   return reportViolation(text, text, addMessages);
+}
+
+int ConfigurationRunnable::verifyControlCharacters(LdapConfiguration* config, bool addMessages) {
+  int result = 0;
+  for (const NamedText& text : appliedTexts(*config)) {
+    if (!holdsControlCharacter(*text.second)) continue;
+    const std::string violation = std::string("Validation failed - ") + text.first + " must not contain a control character";
+    result = reportViolation(violation, violation, addMessages);
+  }
+  return result;
+}
+
+int ConfigurationRunnable::verifyServerAddresses(LdapConfiguration* config, bool addMessages) {
+  int result = 0;
+  for (const NamedText& text : {NamedText(LDAP_IP_ADDRESS, &config->ldapIpAddress),
+                                NamedText(FALLBACK_LDAP_IP_ADDRESS, &config->fallbackLdapIpAddress)}) {
+    const std::string& address = *text.second;
+    // One with a control character is reported by that rule, which does not echo it.
+    if (address.empty() || holdsControlCharacter(address) || isHostOrAddress(address)) continue;
+    const std::string violation =
+        std::string("Validation failed - ") + text.first + " must be a host name or an IP address, not \"" + address + "\"";
+    result = reportViolation(violation, violation, addMessages);
+  }
+  return result;
+}
+
+bool ConfigurationRunnable::isApplicable(LdapConfiguration& config) {
+  // A LOCKED record hands none of its values on.
+  if (config.administrativeState != UNLOCKED) return true;
+  const int controlCharacters = verifyControlCharacters(&config, false);
+  const int serverAddresses = verifyServerAddresses(&config, false);
+  if (controlCharacters == 0 && serverAddresses == 0) return true;
+  QIV_LOG(3, "Not applying the configuration: it holds a value that validation refuses");
+  return false;
 }
 
 int ConfigurationRunnable::validateAttribute(const std::string& name, int minLength, int maxLength,
@@ -687,6 +772,10 @@ std::string ConfigurationRunnable::getCipherFilter(const std::string& tlsDn) {
     Qiv::MoAccessor accessor(ACCESSOR_LOCK_POLICY, ACCESSOR_TIMEOUT_SECONDS);
     const Qiv::MoAccessor::Optional<std::string> cipherFilter =
         accessor.getOptionalAttrStrict<std::string>(tlsDn, CIPHER_FILTER);
+    if (cipherFilter.hasValue() && holdsControlCharacter(cipherFilter.get())) {
+      QIV_LOG(3, "%s, using the default cipher filter %s", CIPHER_FILTER_CONTROL_TEXT, DEFAULT_CIPHER_FILTER);
+      return DEFAULT_CIPHER_FILTER;
+    }
     if (cipherFilter.hasValue()) return cipherFilter.get() + CIPHER_STRENGTH_SUFFIX;
   } catch (const std::exception& e) {
     QIV_TRACE("Reason: %s", e.what());
@@ -1046,7 +1135,8 @@ int ConfigurationRunnable::ldapConfigurationUpdated(const LdapConfiguration* con
 
 int ConfigurationRunnable::updateCertsAndKey() {
   refreshCertificateFiles();
-  const LdapConfiguration config = getLdapConfiguration();
+  LdapConfiguration config = getLdapConfiguration();
+  if (!isApplicable(config)) return -9;
   if (_usingSecAaFramework) return updateConfigurationUsingSecAA(config);
   const int prepared = prepareUpdateConfiguration(config);
   return prepared != 0 ? prepared : updateConfiguration(config);
@@ -1055,6 +1145,12 @@ int ConfigurationRunnable::updateCertsAndKey() {
 void ConfigurationRunnable::cipherReconfiguration(const std::string& filter) {
   QIV_TRACE(" >> ");
   assert(_tlsDnExists == true);
+  if (holdsControlCharacter(filter)) {
+    // The Tls MO's change is committed already; all that is left is not to take it.
+    QIV_LOG(3, "%s, keeping cipherFilter %s", CIPHER_FILTER_CONTROL_TEXT, getLdapConfiguration().cipherFilter.c_str());
+    QIV_TRACE(" << ");
+    return;
+  }
   const std::string newFilter = filter + CIPHER_STRENGTH_SUFFIX;
   if (!_usingSecAaFramework && !_authentication.isCipherFilterSupported()) {
     QIV_TRACE("Qivea is not supported , not reconfiguring the cipher filter");
@@ -1077,6 +1173,10 @@ void ConfigurationRunnable::cipherReconfiguration(const std::string& filter) {
   if (!config.useTls) {
     // Takes effect with the next configuration that is applied.
     QIV_TRACE("Not reconfiguring with cipherFilter %s since useTls set to false", newFilter.c_str());
+    QIV_TRACE(" << ");
+    return;
+  }
+  if (!isApplicable(config)) {
     QIV_TRACE(" << ");
     return;
   }

@@ -131,6 +131,13 @@ class ConfigurationRunnable : public Poco::Runnable {
   int verifyFilterAttributes(LdapConfiguration* config, bool addMessages);
   int verifyBindAttributes(LdapConfiguration* config, bool addMessages);
   int verifyTargetBasedAccessControlAndTargetTypeAttributes(LdapConfiguration* config, bool addMessages);
+  // Every text that reaches qivea's arguments or the security framework's files (the password
+  // and the certificate file names included) must be free of C0 control characters and DEL: a
+  // line break would add lines of its own to those files. Reported by name, never by value.
+  int verifyControlCharacters(LdapConfiguration* config, bool addMessages);
+  // ldapIpAddress and fallbackLdapIpAddress must name one server: no URI or scheme (it would
+  // override the configured TLS), no comma or blank (further URIs).
+  int verifyServerAddresses(LdapConfiguration* config, bool addMessages);
 
   // Length (bytes; maxLength applies only when above minLength) and pattern check of one value.
   // 0 valid, -9 violated, -1 when the pattern does not compile.
@@ -227,6 +234,10 @@ class ConfigurationRunnable : public Poco::Runnable {
   void readUseQivAuthorization(const char* config);
   // The result of one rule: its log line as a warning and, with addMessages, its operator text.
   int reportViolation(const std::string& logText, const std::string& operatorText, bool addMessages);
+  // False (logged) when an UNLOCKED config holds a value that those two rules refuse: the current
+  // record may hold one (an invalid initial read, certificate file names from the security
+  // API), and re-applying it must not hand it on.
+  bool isApplicable(LdapConfiguration& config);
 
   // The steps of readInitialConfiguration on the caller's copy of the record; -1 ends the read.
   int readModel(LdapConfiguration& config, std::string& nodeCredentialMoRef, std::string& trustCategoryMoRef);

@@ -497,6 +497,18 @@ TEST_F(ConfigurationRunnableModelTlsTest, CipherFilterOfTheTlsMoGetsTheStrengthS
   EXPECT_EQ(0u, log().countAtLevel(4));
 }
 
+TEST_F(ConfigurationRunnableModelTlsTest, CipherFilterWithAControlCharacterGivesTheDefaultWithAnError) {
+  framework().model().setStringValues(TLS_DN, "cipherFilter", {"HIGH\nldap_tls_reqcert = never"});
+  runnable.initCipher();
+
+  EXPECT_TRUE(runnable.isTlsDnExists());
+  EXPECT_EQ(DEFAULT_CIPHER_FILTER, record().cipherFilter);
+  EXPECT_EQ(1u, log().count(3, "Validation failed - cipherFilter must not contain a control character, using the "
+                               "default cipher filter " +
+                                   DEFAULT_CIPHER_FILTER));
+  EXPECT_EQ(0u, log().countContaining("reqcert"));
+}
+
 TEST_F(ConfigurationRunnableModelTlsNoCipherFilterTest, TlsMoWithoutCipherFilterGivesTheDefaultWithAWarning) {
   runnable.initCipher();
 

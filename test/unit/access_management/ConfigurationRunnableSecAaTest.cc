@@ -392,6 +392,33 @@ TEST_F(ConfigurationRunnableSecAaLoopTest, ChangedCertificatesAreCopiedAndRegist
   EXPECT_EQ((std::vector<Args>{{"authentication", "default"}}), qivea.callsStartingWith("authentication"));
 }
 
+TEST_F(ConfigurationRunnableSecAaLoopTest, CertificateFileNameWithAControlCharacterIsNotWrittenAnywhere) {
+  unlockModel();
+  framework().model().setStringValues(LdapModel::LDAP_DN, "nodeCredential",
+                                      {"ManagedElement=1,SystemFunctions=1,SecM=1,CertM=1,NodeCredential=1"});
+  framework().model().setStringValues(LdapModel::LDAP_DN, "trustCategory",
+                                      {"ManagedElement=1,SystemFunctions=1,SecM=1,CertM=1,TrustCategory=1"});
+  security.setNodeCertFileName(certificates() + "/node.pem");
+  security.setNodeKeyFileName(certificates() + "/node.key");
+  security.setTrustCatDirName(certificates() + "/trusted");
+  auto runnable = initialisedRunnable();
+  RunningThread thread(*runnable);
+  ASSERT_TRUE(eventually([&] { return runnable->getState() == ConfigurationRunnable::STATE_LOOP_RUNNING; }));
+  const std::string registered = acs.registeredCopy();
+
+  std::ofstream(certificates() + "/renewed\r.pem") << "renewed certificate\n";
+  security.setNodeCertFileName(certificates() + "/renewed\r.pem");
+  security.sendEvent("changed");
+  ASSERT_TRUE(eventually(
+      [&] { return log().count(3, "Not applying the configuration: it holds a value that validation refuses") == 1; }));
+  EXPECT_EQ(1u,
+            log().count(4, "Validation failed - nodeCredential certificate file must not contain a control character"));
+  EXPECT_EQ(1u, registerCalls().size());
+  EXPECT_EQ(registered, acs.registeredCopy());
+  EXPECT_EQ(registered, FileProbe::text(frameworkFile()));
+  EXPECT_FALSE(exists(acsDirectory() + "/cert/renewed\r.pem"));
+}
+
 // The Tls MO's cipher list changing, on both paths.
 class ConfigurationRunnableCipherTest : public ConfigurationRunnableSecAaTest {
  protected:
@@ -497,6 +524,53 @@ TEST_F(ConfigurationRunnableCipherTest, QiveaOlderThanRevision12GetsNothingAndNo
                                       traced("Qivea is not supported , not reconfiguring the cipher filter"),
                                       traced(" << ")}),
             reconfigurationLines());
+}
+
+class CipherListWithAControlCharacterTest : public ConfigurationRunnableCipherTest,
+                                            public ::testing::WithParamInterface<char> {};
+
+TEST_P(CipherListWithAControlCharacterTest, IsRefusedAndThePreviousListKept) {
+  auto runnable = qiveaPath("1.4.0", withModelFilter(unlocked()));
+  runnable->cipherReconfiguration(std::string("HIGH") + GetParam() + "ldap_tls_reqcert = never");
+  EXPECT_TRUE(authenticationCalls().empty());
+  EXPECT_EQ(std::string(MODEL_FILTER) + ":@STRENGTH", runnable->getLdapConfiguration().cipherFilter);
+  EXPECT_EQ((std::vector<std::string>{traced(" >> "),
+                                      std::string("3 Validation failed - cipherFilter must not contain a control "
+                                                  "character, keeping cipherFilter ") +
+                                          MODEL_FILTER + ":@STRENGTH",
+                                      traced(" << ")}),
+            reconfigurationLines());
+  // The next list without one is taken as usual.
+  runnable->cipherReconfiguration("HIGH");
+  EXPECT_EQ(2u, authenticationCalls().size());
+  EXPECT_EQ("HIGH:@STRENGTH", runnable->getLdapConfiguration().cipherFilter);
+}
+
+INSTANTIATE_TEST_SUITE_P(ControlCharacters, CipherListWithAControlCharacterTest,
+                         ::testing::Values('\n', '\r', '\0', '\x01', '\x1f', '\x7f'));
+
+TEST_F(ConfigurationRunnableCipherTest, RecordThatValidationRefusesIsNotAppliedForANewList) {
+  // As an UNLOCKED initial read that failed validation leaves the record.
+  LdapConfiguration config = withModelFilter(unlocked());
+  config.baseDn = "dc=example,dc=com\nldap_tls_reqcert = never";
+  auto runnable = qiveaPath("1.4.0", config);
+  runnable->cipherReconfiguration("HIGH");
+  EXPECT_TRUE(authenticationCalls().empty());
+  EXPECT_EQ(1u, log().count(4, "Validation failed - baseDn must not contain a control character"));
+  EXPECT_EQ(1u, log().count(3, "Not applying the configuration: it holds a value that validation refuses"));
+  EXPECT_EQ((std::vector<std::string>{traced(" >> "), traced(" << ")}), reconfigurationLines());
+  EXPECT_TRUE(operatorMessages().empty());
+}
+
+TEST_F(ConfigurationRunnableCipherTest, RecordWithAUriForAnAddressIsNotAppliedForANewList) {
+  LdapConfiguration config = withModelFilter(unlocked());
+  config.ldapIpAddress = "ldap://10.0.0.1";
+  auto runnable = qiveaPath("1.4.0", config);
+  runnable->cipherReconfiguration("HIGH");
+  EXPECT_TRUE(authenticationCalls().empty());
+  EXPECT_EQ(1u, log().count(4, "Validation failed - ldapIpAddress must be a host name or an IP address, not "
+                               "\"ldap://10.0.0.1\""));
+  EXPECT_EQ(1u, log().count(3, "Not applying the configuration: it holds a value that validation refuses"));
 }
 
 TEST_F(ConfigurationRunnableCipherTest, OnTheFrameworkPathAnOlderQiveaDoesNotMatter) {

@@ -270,6 +270,22 @@ TEST_F(RoleQueryTest, ConfigurationFailingValidationDisablesLdapAndNothingIsAske
   EXPECT_TRUE(operatorMessages().empty());
 }
 
+TEST_F(RoleQueryTest, RecordHoldingALineFeedDisablesLdapAndNothingIsAsked) {
+  unlock();
+  qivea.setUsers("alice:admin\n");
+  ASSERT_EQ(0, start());
+  LdapConfiguration config = component->getConfigurationRunnable().getLdapConfiguration();
+  config.roleAliasesBaseDn = "ou=aliases,dc=example,dc=com\n--uri=ldap://192.0.2.66";
+  handOver(config);
+  EXPECT_EQ(-1, query());
+  EXPECT_EQ(marker, roles);
+  EXPECT_EQ(1u, log().count(4, "Validation failed - roleAliasesBaseDn must not contain a control character"));
+  EXPECT_EQ(1u, log().count(4, VALIDATION_TEXT));
+  EXPECT_EQ(1u, log().count(4, NO_METHOD_TEXT));
+  EXPECT_TRUE(searchCalls().empty());
+  EXPECT_TRUE(operatorMessages().empty());
+}
+
 TEST_F(RoleQueryTest, FilterTypeNotSetFailsBeforeTheCommandRuns) {
   unlock();
   set(LDAP_DN, FILTER_TYPE, {});
@@ -629,6 +645,23 @@ TEST_F(RoleQueryBuiltInTest, ConfigurationFailingValidationIsNotGivenToTheBuiltI
   config.tlsClientCertificate = "/certs/client.pem";
   handOver(config);
   EXPECT_EQ(-1, query());
+  EXPECT_EQ(1u, log().count(4, VALIDATION_TEXT));
+  EXPECT_EQ(1u, log().count(4, NO_METHOD_TEXT));
+  EXPECT_TRUE(amLdap.users.empty());
+}
+
+TEST_F(RoleQueryBuiltInTest, AddressGivenAsAUriIsNotGivenToTheBuiltInLookup) {
+  unlock();
+  set(LDAP_DN, USE_TLS, {"true"});
+  amLdap.setReply({"admin"});
+  ASSERT_EQ(0, start(componentFile(true)));
+  LdapConfiguration config = component->getConfigurationRunnable().getLdapConfiguration();
+  // Taken as a whole URI, it would connect in plain LDAP although TLS is configured.
+  config.ldapIpAddress = "ldap://127.0.0.1";
+  handOver(config);
+  EXPECT_EQ(-1, query());
+  EXPECT_EQ(1u, log().count(4, "Validation failed - ldapIpAddress must be a host name or an IP address, not "
+                               "\"ldap://127.0.0.1\""));
   EXPECT_EQ(1u, log().count(4, VALIDATION_TEXT));
   EXPECT_EQ(1u, log().count(4, NO_METHOD_TEXT));
   EXPECT_TRUE(amLdap.users.empty());
