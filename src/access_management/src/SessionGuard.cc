@@ -1,6 +1,7 @@
 #include "SessionGuard.h"
 
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <cerrno>
 
@@ -19,7 +20,13 @@ std::string serverOf(const LDAPURLDesc* srv) {
   return address + ":" + std::to_string(srv->lud_port);
 }
 
-bool isLoss(int error) { return error != EAGAIN && error != EWOULDBLOCK && error != EINTR; }
+bool wouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+
+ber_socket_t socketOf(Sockbuf_IO_Desc* layer) {
+  ber_socket_t fd = -1;
+  ber_sockbuf_ctrl(layer->sbiod_sb, LBER_SB_OPT_GET_FD, &fd);
+  return fd;
+}
 
 }  // namespace
 
@@ -85,14 +92,19 @@ int SessionGuard::controlLayer(Sockbuf_IO_Desc* layer, int option, void* argumen
   return LBER_SBIOD_CTRL_NEXT(layer, option, argument);
 }
 
+// The socket is read here rather than through the layer below, without blocking: a read that
+// would block waits in poll, until the deadline at most.
 ber_slen_t SessionGuard::readLayer(Sockbuf_IO_Desc* layer, void* buffer, ber_len_t length) {
   SessionGuard* guard = static_cast<SessionGuard*>(layer->sbiod_pvt);
-  if (!guard->waitFor(layer, POLLIN)) return -1;
-  const ber_slen_t result = LBER_SBIOD_READ_NEXT(layer, buffer, length);
+  const ber_socket_t fd = socketOf(layer);
+  ber_slen_t result;
+  do {
+    result = ::recv(fd, buffer, length, MSG_DONTWAIT);
+  } while (result < 0 && (errno == EINTR || (wouldBlock(errno) && guard->waitFor(fd, POLLIN))));
   const int error = errno;
-  // A server that closed the connection answers no more.
-  if (result == 0 && length > 0) guard->_silenceMet = true;
-  guard->noteTransfer(result, error);
+  if (result > 0) guard->_received += static_cast<std::size_t>(result);
+  // A server that closed or reset the connection answers no more.
+  if ((result == 0 && length > 0) || (result < 0 && !wouldBlock(error))) guard->_silenceMet = true;
   if (result > 0 && guard->_received > MAX_SESSION_BYTES) {
     guard->_silenceMet = true;
     errno = EMSGSIZE;
@@ -104,27 +116,21 @@ ber_slen_t SessionGuard::readLayer(Sockbuf_IO_Desc* layer, void* buffer, ber_len
 
 ber_slen_t SessionGuard::writeLayer(Sockbuf_IO_Desc* layer, void* buffer, ber_len_t length) {
   SessionGuard* guard = static_cast<SessionGuard*>(layer->sbiod_pvt);
-  if (!guard->waitFor(layer, POLLOUT)) return -1;
-  const ber_slen_t result = LBER_SBIOD_WRITE_NEXT(layer, buffer, length);
+  const ber_socket_t fd = socketOf(layer);
+  ber_slen_t result;
+  do {
+    result = ::send(fd, buffer, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+  } while (result < 0 && (errno == EINTR || (wouldBlock(errno) && guard->waitFor(fd, POLLOUT))));
   const int error = errno;
-  if (result < 0 && isLoss(error)) guard->_silenceMet = true;
+  if (result < 0 && !wouldBlock(error)) guard->_silenceMet = true;
   errno = error;
   return result;
 }
 
-void SessionGuard::noteTransfer(ber_slen_t result, int error) {
-  if (result > 0) {
-    _received += static_cast<std::size_t>(result);
-  } else if (result < 0 && isLoss(error)) {
-    _silenceMet = true;
-  }
-}
-
 // libldap leaves the socket non-blocking during a TLS handshake and then retries at once on
-// EAGAIN; waiting here turns that loop into a wait, and the deadline ends it.
-bool SessionGuard::waitFor(Sockbuf_IO_Desc* layer, short events) {
-  ber_socket_t fd = -1;
-  ber_sockbuf_ctrl(layer->sbiod_sb, LBER_SB_OPT_GET_FD, &fd);
+// EAGAIN; waiting here turns that loop into a wait, and the deadline ends it. False, with errno
+// ETIMEDOUT, once the deadline has passed.
+bool SessionGuard::waitFor(ber_socket_t fd, short events) {
   pollfd socket;
   socket.fd = fd;
   socket.events = events;
@@ -133,7 +139,8 @@ bool SessionGuard::waitFor(Sockbuf_IO_Desc* layer, short events) {
     const int ready = ::poll(&socket, 1, remainingMilliseconds());
     if (ready > 0) return true;
     if (ready < 0 && errno == EINTR) continue;
-    if (ready < 0) return true;  // the read or write itself reports what is wrong
+    // A failing poll leaves the next read or write to report what is wrong.
+    if (ready < 0) return true;
     _silenceMet = true;
     errno = ETIMEDOUT;
     return false;

@@ -10,10 +10,10 @@
 namespace Ldap {
 
 // Bounds what one LDAP session can cost, whatever the directory does. It is registered with
-// libldap as the handle's connection callback and slips an I/O layer under every connection the
-// handle opens (referrals included): each read or write first waits for the socket until the
-// session's deadline at most, so a silent server or a stalled TLS handshake ends at the deadline
-// and no wait spins; and it counts what the directory sends, cutting the connection past a cap.
+// libldap as the handle's connection callback and slips an I/O layer over the socket of every
+// connection the handle opens (referrals included): a read or write that would block waits for
+// the socket until the session's deadline at most, so a silent server or a stalled TLS handshake
+// ends at the deadline and no wait spins; and it counts what the directory sends, cutting the connection past a cap.
 // It also notes which server a connection reached and whether an operation met silence, a
 // closed or reset connection, or the cap. Used by one thread at a time: the wrapper's, under
 // the wrapper's lock (libldap calls back on the thread that runs the operation).
@@ -51,10 +51,9 @@ class SessionGuard {
   static ber_slen_t writeLayer(Sockbuf_IO_Desc* layer, void* buffer, ber_len_t length);
 
   // Waits until fd is ready for events or the deadline passes; false (silence noted) then.
-  bool waitFor(Sockbuf_IO_Desc* layer, short events);
+  bool waitFor(ber_socket_t fd, short events);
   // Milliseconds left before the deadline, -1 without one.
   int remainingMilliseconds() const;
-  void noteTransfer(ber_slen_t result, int error);
 
   static Sockbuf_IO _layer;
 
