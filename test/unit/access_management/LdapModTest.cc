@@ -111,6 +111,22 @@ TEST(LdapModTest, TheLastSlotStaysNullAsTheArrayKeepsDoubling) {
   for (unsigned index = 0; index < 8; ++index) EXPECT_EQ(std::to_string(index), textAt(mod, index));
 }
 
+// What a hostile directory may send: the slots keep their policy however many values arrive
+// (and arrive in constant time each; bench/ faults measures it).
+TEST(LdapModTest, HundredThousandValuesKeepTheirOrderAndTheSlotPolicy) {
+  Mod mod(LDAP_MOD_ADD, "attr");
+  const unsigned count = 100000;
+  for (unsigned value = 0; value < count; ++value) mod.append(std::to_string(value).c_str());
+  EXPECT_EQ(131072u, mod.getCapacity());
+  expectSlots(mod, count);
+  for (unsigned index = 0; index < count; index += 9973) EXPECT_EQ(std::to_string(index), textAt(mod, index));
+  EXPECT_EQ(std::to_string(count - 1), textAt(mod, count - 1));
+  mod.clear();
+  mod.append("again");
+  EXPECT_EQ(4u, mod.getCapacity());
+  expectSlots(mod, 1);
+}
+
 TEST(LdapModTest, TextValuesAreCopies) {
   char value[] = "admin";
   Mod mod(LDAP_MOD_ADD, "memberUid");
