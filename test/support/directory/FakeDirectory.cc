@@ -43,15 +43,21 @@ struct Chunk {
 // One accepted connection; only the serving thread touches it.
 struct Connection {
   Connection(int descriptor, Behaviour behaviour, int nth)
-      : descriptor(descriptor), behaviour(behaviour), nth(nth), reading(behaviour != Behaviour::SILENT_AFTER_ACCEPT) {}
+      : descriptor(descriptor),
+        behaviour(behaviour),
+        nth(nth),
+        reading(behaviour != Behaviour::SILENT_AFTER_ACCEPT),
+        silent(behaviour == Behaviour::SILENT_AFTER_FIRST_READ) {}
 
   bool isOpen() const { return descriptor >= 0; }
-  bool answers() const { return behaviour != Behaviour::SILENT_AFTER_FIRST_READ && !closing; }
+  bool answers() const { return !silent && !closing; }
 
   int descriptor;
   const Behaviour behaviour;
   const int nth;
   bool reading;
+  // Reads and drops what comes, never answers, and stays open.
+  bool silent;
   std::string input;
   int requests = 0;
   int messages = 0;
@@ -94,7 +100,8 @@ int millisecondsUntil(Clock::time_point due, Clock::time_point now) {
 
 class FakeDirectory::Impl {
  public:
-  Impl(Behaviour behaviour, int nth) : behaviour(behaviour), nth(nth) {}
+  Impl(Behaviour behaviour, int nth, const std::string& host, int port)
+      : listener(host, port), host(host), behaviour(behaviour), nth(nth) {}
   ~Impl() { stop(); }
 
   void start() { _thread = std::thread(&Impl::serve, this); }
@@ -104,6 +111,7 @@ class FakeDirectory::Impl {
   }
 
   const LoopbackListener listener;
+  const std::string host;
 
   mutable std::mutex mutex;
   // Guarded by mutex.
@@ -224,7 +232,7 @@ void FakeDirectory::Impl::readFrom(Connection& connection) {
   handleInput(connection);
   if (!ended) return;
   // A silent connection stays open as long as the client lets it; the others close like a server.
-  if (connection.behaviour == Behaviour::SILENT_AFTER_FIRST_READ) {
+  if (connection.silent) {
     connection.reading = false;
   } else {
     closeConnection(connection);
@@ -242,7 +250,7 @@ void FakeDirectory::Impl::handleInput(Connection& connection) {
       request = LdapRequestDecoder::decode(connection.input.substr(start, length));
     } catch (const std::runtime_error&) {
       // Not LDAP (a TLS ClientHello, say): a silent connection drops it, the others end as a server would.
-      if (connection.behaviour != Behaviour::SILENT_AFTER_FIRST_READ) closeConnection(connection);
+      if (!connection.silent) closeConnection(connection);
       connection.input.clear();
       return;
     }
@@ -299,6 +307,10 @@ void FakeDirectory::Impl::handle(Connection& connection, const LdapRequestDecode
       }
       const std::string name = resultCode == LDAP_SUCCESS ? request.extendedOid : std::string();
       queue(connection, LdapAnswerEncoder::extendedResult(request.messageId, resultCode, name), now);
+      if (connection.behaviour == Behaviour::SILENT_AFTER_START_TLS && resultCode == LDAP_SUCCESS &&
+          request.extendedOid == LDAP_EXOP_START_TLS) {
+        connection.silent = true;
+      }
       break;
     }
     case LDAP_REQ_ABANDON:
@@ -392,7 +404,10 @@ void FakeDirectory::Impl::writeTo(Connection& connection) {
   closeOnceWritten(connection);
 }
 
-FakeDirectory::FakeDirectory(Behaviour behaviour, int nth) : _impl(std::make_unique<Impl>(behaviour, nth)) {
+FakeDirectory::FakeDirectory(Behaviour behaviour, int nth) : FakeDirectory(behaviour, nth, "127.0.0.1", 0) {}
+
+FakeDirectory::FakeDirectory(Behaviour behaviour, int nth, const std::string& host, int port)
+    : _impl(std::make_unique<Impl>(behaviour, nth, host, port)) {
   _impl->start();
 }
 
@@ -424,6 +439,8 @@ FakeDirectory::SearchAnswer FakeDirectory::defaultAnswer(const SearchRequest& re
   if (request.base == ROOT_DSE && request.scope == LDAP_SCOPE_BASE) answer.entries.push_back(Entry{ROOT_DSE, {}});
   return answer;
 }
+
+const std::string& FakeDirectory::host() const { return _impl->host; }
 
 int FakeDirectory::port() const { return _impl->listener.port(); }
 

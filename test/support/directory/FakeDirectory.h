@@ -32,6 +32,9 @@ class FakeDirectory {
     CLOSE_MID_ANSWER,
     // As ANSWER until the nth request of the connection (from 1), answered by a reset (RST).
     RESET_ON_REQUEST,
+    // As ANSWER until it has granted a StartTLS request; then reads what comes (the TLS
+    // ClientHello) and never answers: a handshake that stalls.
+    SILENT_AFTER_START_TLS,
   };
 
   struct SearchRequest {
@@ -76,6 +79,8 @@ class FakeDirectory {
 
   // Throws std::runtime_error when it cannot listen. nth as for setBehaviour.
   explicit FakeDirectory(Behaviour behaviour = Behaviour::ANSWER, int nth = 1);
+  // On host (a loopback IPv4 address) and port, e.g. another server's port on 127.0.0.2.
+  FakeDirectory(Behaviour behaviour, int nth, const std::string& host, int port);
   ~FakeDirectory();
   FakeDirectory(const FakeDirectory&) = delete;
   FakeDirectory& operator=(const FakeDirectory&) = delete;
@@ -96,11 +101,11 @@ class FakeDirectory {
   // entry with the empty DN and no attribute; every other search finds nothing, with success.
   static SearchAnswer defaultAnswer(const SearchRequest& request);
 
-  static const char* host() { return "127.0.0.1"; }
+  const std::string& host() const;
   int port() const;
-  // "127.0.0.1:<port>".
+  // "<host>:<port>".
   std::string address() const;
-  // "ldap://127.0.0.1:<port>".
+  // "ldap://<host>:<port>".
   std::string uri() const;
 
   int connectionsAccepted() const;

@@ -41,7 +41,7 @@ TEST(DelayingProxyTest, DelaysEachAnswerOfAFakeDirectory) {
     answer.entries.push_back({"uid=alice,ou=people,dc=example,dc=com", {{"uid", {"alice"}}}});
     return answer;
   });
-  DelayingProxy proxy(FakeDirectory::host(), directory.port(), DELAY_MS);
+  DelayingProxy proxy(directory.host(), directory.port(), DELAY_MS);
   LdapProbe::Connection connection = through(proxy);
   connection.bindDn = SlapdInstance::readerDn();
   connection.password = SlapdInstance::readerPassword();
@@ -96,7 +96,7 @@ TEST(DelayingProxyTest, EndsPromptlyWithAnswersStillHeld) {
   const std::set<std::string> threads = directoryEntries("/proc/self/task");
   {
     FakeDirectory directory;
-    auto proxy = std::make_unique<DelayingProxy>(FakeDirectory::host(), directory.port(), 60000);
+    auto proxy = std::make_unique<DelayingProxy>(directory.host(), directory.port(), 60000);
     LDAP* ld = nullptr;
     ASSERT_EQ(LDAP_SUCCESS, ldap_initialize(&ld, ("ldap://" + proxy->address()).c_str()));
     const int version = LDAP_VERSION3;

@@ -696,6 +696,33 @@ TEST(FakeDirectoryTest, RefusesStartTlsWithAProtocolErrorUnlessToldOtherwise) {
   EXPECT_THAT(directory.extendedRequests(), ElementsAre(START_TLS_OID, START_TLS_OID));
 }
 
+TEST(FakeDirectoryTest, SilentAfterStartTlsGrantsItThenNeverAnswers) {
+  FakeDirectory directory(Behaviour::SILENT_AFTER_START_TLS);
+  directory.setExtendedResultCode(LDAP_SUCCESS);
+  Client client(directory.uri());
+  // The operation alone, without the handshake libldap would start after it.
+  char* oid = nullptr;
+  berval* data = nullptr;
+  EXPECT_EQ(LDAP_SUCCESS, ldap_extended_operation_s(client.session(), START_TLS_OID, nullptr, nullptr, nullptr,
+                                                    &oid, &data));
+  ldap_memfree(oid);
+  ber_bvfree(data);
+  Search request;
+  request.timeout = SHORT_TIMEOUT;
+  EXPECT_EQ(LDAP_TIMEOUT, client.search(request).code);
+  EXPECT_EQ(2, directory.requestsReceived());
+}
+
+TEST(FakeDirectoryTest, ListensOnTheLoopbackAddressAndPortItIsGiven) {
+  FakeDirectory first;
+  FakeDirectory second(Behaviour::ANSWER, 1, "127.0.0.2", first.port());
+  EXPECT_EQ("127.0.0.2:" + std::to_string(first.port()), second.address());
+  Client client(second.uri());
+  EXPECT_EQ(LDAP_SUCCESS, client.bind("cn=someone", "pw"));
+  EXPECT_THAT(second.bindDns(), ElementsAre("cn=someone"));
+  EXPECT_TRUE(first.bindDns().empty());
+}
+
 // --- delays ---
 
 TEST(FakeDirectoryTest, HoldsAnAnswerBackForItsDelay) {
