@@ -43,12 +43,19 @@ void LoadedComponent::terminate() {
 }
 
 std::vector<std::string> LoadedComponent::roles(const char* user) const {
-  const char** roles = nullptr;
-  require(_accessManagement->getRoles(METHOD, user, &roles), "getRoles");
   std::vector<std::string> names;
+  require(answer(user, names), "getRoles");
+  return names;
+}
+
+int LoadedComponent::answer(const char* user, std::vector<std::string>& names) const {
+  const char** roles = nullptr;
+  const int code = _accessManagement->getRoles(METHOD, user, &roles);
+  if (code != 0) return code;
+  names.clear();
   for (const char** role = roles; role != nullptr && *role != nullptr; ++role) names.emplace_back(*role);
   require(_accessManagement->freeRoles(METHOD, roles), "freeRoles");
-  return names;
+  return 0;
 }
 
 }  // namespace Bench

@@ -34,6 +34,8 @@ class LoadedComponent {
   // The roles the component answers for user, in the order handed out; the array is given back
   // through freeRoles. Throws std::runtime_error with the code when the query is refused.
   std::vector<std::string> roles(const char* user) const;
+  // getRoles' code for user; on 0, roles gets what it handed out.
+  int answer(const char* user, std::vector<std::string>& roles) const;
 
  private:
   Framework::ManagementFramework& _framework;
