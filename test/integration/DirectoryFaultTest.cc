@@ -110,6 +110,19 @@ class DirectoryFaultTest : public BuiltInLookupTest {
     EXPECT_EQ(answer(0, {"admin"}), rolesOf("alice"));
   }
 
+  // A directory that breaks the connection at the nth message or request: the query fails at
+  // once, with the level-3 line, and the next one is answered.
+  void expectQuickFailureAndRecovery(Behaviour behaviour, int nth) {
+    fake.setBehaviour(behaviour, nth);
+    fake.setSearchScript(aliceIn(adminGroup));
+    start();
+    const Measured measured = measuredRolesOf("alice");
+    EXPECT_EQ(answer(-1), measured.answer);
+    EXPECT_LT(measured.wall, std::chrono::seconds(5));
+    EXPECT_EQ(1u, unansweredLines()) << testing::PrintToString(logLines());
+    expectNextQueryAnswered();
+  }
+
   // Level-3 lines that name the fake directory as not answering.
   std::size_t unansweredLines() {
     std::size_t count = 0;
@@ -172,25 +185,12 @@ TEST_F(DirectoryFaultTest, AnswersThatEachComeSlowlyEndTheQueryAtTheBound) {
 
 TEST_F(DirectoryFaultTest, ConnectionClosedInTheMiddleOfAnAnswerIsAFailureNotAnUnknownUser) {
   // Bind response, root DSE entry and result, then the user's entry is cut.
-  fake.setBehaviour(Behaviour::CLOSE_MID_ANSWER, 4);
-  fake.setSearchScript(aliceIn(adminGroup));
-  start();
-  const Measured measured = measuredRolesOf("alice");
-  EXPECT_EQ(answer(-1), measured.answer);
-  EXPECT_LT(measured.wall, std::chrono::seconds(5));
-  EXPECT_EQ(1u, unansweredLines()) << testing::PrintToString(logLines());
-  expectNextQueryAnswered();
+  expectQuickFailureAndRecovery(Behaviour::CLOSE_MID_ANSWER, 4);
 }
 
 TEST_F(DirectoryFaultTest, ResetInsteadOfAnAnswerIsAFailureNotAnUnknownUser) {
   // Bind, root DSE read, then the user's search is answered by a reset.
-  fake.setBehaviour(Behaviour::RESET_ON_REQUEST, 3);
-  fake.setSearchScript(aliceIn(adminGroup));
-  start();
-  const Measured measured = measuredRolesOf("alice");
-  EXPECT_EQ(answer(-1), measured.answer);
-  EXPECT_LT(measured.wall, std::chrono::seconds(5));
-  expectNextQueryAnswered();
+  expectQuickFailureAndRecovery(Behaviour::RESET_ON_REQUEST, 3);
 }
 
 TEST_F(DirectoryFaultTest, DirectoryThatAnswersWithoutTheUserStillMeansNoSuchUser) {
