@@ -7,6 +7,7 @@
 #include <Poco/File.h>
 #include <Poco/TemporaryFile.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -38,6 +39,21 @@ class AcsConfigUpdateStandIn {
   void setDelay(const std::string& subcommand, int milliseconds) {
     write(subcommand + ".delay", std::to_string(milliseconds));
   }
+
+  // From now on subcommand never answers: it sleeps until killed.
+  void hang(const std::string& subcommand) { write(subcommand + ".hang", ""); }
+
+  // Pid of the last run of subcommand that hung, 0 when none did.
+  int hungPid(const std::string& subcommand) const { return std::atoi(read(subcommand + ".pid").c_str()); }
+
+  // From now on subcommand first starts a grandchild, outside its process group, that keeps its
+  // standard output and error open for seconds.
+  void leaveGrandchild(const std::string& subcommand, int seconds) {
+    write(subcommand + ".grandchild", std::to_string(seconds));
+  }
+
+  // Pid of the last grandchild started, 0 when none was.
+  int grandchildPid() const { return std::atoi(read("grandchild.pid").c_str()); }
 
   // Every call's arguments, word for word, in the order of the calls.
   std::vector<std::vector<std::string>> calls() const {

@@ -63,8 +63,9 @@ class QiveaStandIn {
   }
 
   // Adds file (with content) to the script of key, the first word or the first two words of a
-  // command line: "stdout", "stderr", "exit", "delay-ms", "hang", "grandchild", "stdout-bytes",
-  // "unknown-command", "leave-group", "signal".
+  // command line: "stdout", "stderr", "exit", "delay-ms", "hang", "grandchild",
+  // "grandchild-keeps-output", "grandchild-leaves-group", "stdout-bytes", "unknown-command",
+  // "leave-group", "signal".
   void script(const std::string& key, const std::string& file, const std::string& content = "") const {
     Poco::File(home() + "/script/" + key).createDirectories();
     write("script/" + key + "/" + file, content);

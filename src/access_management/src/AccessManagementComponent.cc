@@ -3,6 +3,7 @@
 #include "AmEntryPoints.h"
 #include "LdapModel.h"
 #include "MoAttributeValueCopy.h"
+#include "QiveaSearchArguments.h"
 #include "TextEquals.h"
 
 #include <Qiv/LoggingWrapper.h>
@@ -767,9 +768,15 @@ PymReturnT AccessManagementComponent::getRoles(const char* method, const char* u
               LdapModel::FILTER_TYPE);
       return -1;
     }
-    const std::string arguments = authorizationArguments(config, user);
+    // qivea splits its one argument at blanks: such a name would add options of its own choosing.
+    if (!QiveaSearchArguments::isPassableUserName(user)) {
+      QIV_LOG(4, "User name '%s' cannot be passed to qivea", QiveaSearchArguments::printableUserName(user).c_str());
+      return -1;
+    }
+    const std::string arguments =
+        QiveaSearchArguments::build(config, user, _configurationRunnable.getQiveaTlsModeSupport());
     QIV_TRACE("Using QIV EA authorization function");
-    result = AmQivEaWrapper().authorizationLdap(arguments, rolesText, 30000);
+    result = AmQivEaWrapper().authorizationLdap(arguments, rolesText, 30000, config.bindPassword);
   } else {
     QIV_LOG(4, "No authentication method is enabled/available");
     return -1;
@@ -790,25 +797,6 @@ PymReturnT AccessManagementComponent::getRoles(const char* method, const char* u
     return -10;
   }
   return 0;
-}
-
-std::string AccessManagementComponent::authorizationArguments(const LdapConfiguration& config,
-                                                              const std::string& user) const {
-  std::string arguments = " --userId=" + user;
-  arguments += " --filterType=" + std::to_string(static_cast<int>(config.filterType));
-  if (config.filterType == FLEXIBLE && !config.filter.empty() && !config.type.empty())
-    arguments += " --filter=" + config.filter + " --type=" + config.type;
-  if (!config.nodeType.empty() && config.targetBasedAccessControl == UNLOCKED)
-    arguments += " --nodeType=" + config.nodeType;
-  if (!config.roleAliasesBaseDn.empty()) arguments += " --roleAliasesBaseDn=" + config.roleAliasesBaseDn;
-  if (!config.bindDn.empty()) arguments += " --bindDn=" + config.bindDn;
-  if (!config.bindPassword.empty()) arguments += " --bindPassword=" + config.bindPassword;
-  if (config.useTls) {
-    arguments += " --useTls";
-    const std::string tlsMode = ConfigurationRunnable::getTextForTlsMode(config.tlsMode);
-    if (_configurationRunnable.getQiveaTlsModeSupport() && !tlsMode.empty()) arguments += " " + tlsMode;
-  }
-  return arguments;
 }
 
 PymReturnT AccessManagementComponent::freeRoles(const char* method, const char** roles) {

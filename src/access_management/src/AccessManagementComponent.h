@@ -163,8 +163,6 @@ class AccessManagementComponent : public Qiv::PymComponent<AccessManagementCompo
   PymReturnT waitForInitialConfiguration(uint16_t seconds);
   // Frees a role array made by allocRoles (null: nothing).
   static void releaseRoles(const char** roles);
-  // The argument of "qivea authorization ldap search" for user.
-  std::string authorizationArguments(const LdapConfiguration& config, const std::string& user) const;
   // Ends the transaction holding the MO lock; under _transactionMutex.
   void releaseMoLock();
   // Hands the edited references to the configuration thread and has it subscribe with them;

@@ -1,18 +1,18 @@
 #include "AmQivEaWrapper.h"
 
 #include "AmQivEaWrapperTimeout.h"
+#include "ChildOutputReader.h"
 #include "SpawnedProcess.h"
 
 #include <Poco/Exception.h>
 #include <Poco/Pipe.h>
-#include <Poco/PipeStream.h>
 #include <Poco/RegularExpression.h>
-#include <Poco/StreamCopier.h>
 #include <Qiv/LoggingWrapper.h>
 #include <Qiv/QivException.h>
 #include <Qiv/Timer.h>
 
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <limits>
 #include <optional>
@@ -25,8 +25,9 @@ namespace QivAccessManagement {
 
 namespace {
 
+typedef std::chrono::steady_clock Clock;
+
 const char PROGRAM[] = "qivea";
-const std::size_t PIPE_READ_BUFFER_SIZE = 8192;
 const int GENERIC_FAILURE = -1;
 const int QIVEA_TIMEOUT = -11;
 
@@ -38,15 +39,11 @@ const int FAILURE_CODES[] = {-1, -2, -4, -6, -8, -9, -11};
 const char UNKNOWN_COMMAND[] = "unknown command";
 const char PASSWORD_PATTERN[] = "(--bind-password=|--bindPassword=)[^ \\r\\n]*";
 const char PASSWORD_REPLACEMENT[] = "$1****";
+const char MASK[] = "****";
+// The options that carry a clear password: the authentication command's and the search's.
+const char* const PASSWORD_OPTIONS[] = {"--bind-password=", "--bindPassword="};
 
 bool traceEnabled() { return Qiv::LoggingWrapper::isEnabled(Qiv::LoggingWrapper::TRACE); }
-
-std::string readAll(const Poco::Pipe& pipe) {
-  Poco::PipeInputStream stream(pipe);
-  std::string text;
-  Poco::StreamCopier::copyToString(stream, text, PIPE_READ_BUFFER_SIZE);
-  return text;
-}
 
 // Qiv::Timer counts in long, which is 32 bits on the node.
 long timerInterval(unsigned timeoutMs) {
@@ -58,20 +55,46 @@ int allowedFailureCode(int code) {
   return allowed ? code : GENERIC_FAILURE;
 }
 
+bool startsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
+
+// The values of the password options among args, each the whole rest of its argument.
+std::vector<std::string> passwordsIn(const std::vector<std::string>& args) {
+  std::vector<std::string> passwords;
+  for (const std::string& arg : args) {
+    for (const char* option : PASSWORD_OPTIONS) {
+      const std::size_t length = std::char_traits<char>::length(option);
+      if (startsWith(arg, option) && arg.size() > length) passwords.push_back(arg.substr(length));
+    }
+  }
+  return passwords;
+}
+
+void replaceAll(std::string& text, const std::string& found, const std::string& replacement) {
+  for (std::size_t at = text.find(found); at != std::string::npos; at = text.find(found, at + replacement.size())) {
+    text.replace(at, found.size(), replacement);
+  }
+}
+
 }  // namespace
 
 int AmQivEaWrapper::invoke(const std::vector<std::string>& args, std::string& output, unsigned timeoutMs) const {
+  return run(args, passwordsIn(args), output, timeoutMs);
+}
+
+int AmQivEaWrapper::run(const std::vector<std::string>& args, const std::vector<std::string>& passwords,
+                        std::string& output, unsigned timeoutMs) const {
   Poco::Pipe outPipe;
   Poco::Pipe errPipe;
   AmQivEaWrapperTimeout timeout;
+  std::optional<SpawnedProcess> child;
+  // Declared after the child: on an exception it is stopped before the child is killed and reaped.
   Qiv::Timer timer(timerInterval(timeoutMs), 0);
-  auto masked = [this](std::string text) {
-    hidePassword(text);
+  auto masked = [this, &passwords](std::string text) {
+    hidePasswords(text, passwords, true);
     return text;
   };
 
-  if (traceEnabled()) QIV_TRACE("Invoking: qivea %s", serialize(args).c_str());
-  std::optional<SpawnedProcess> child;
+  if (traceEnabled()) QIV_TRACE("Invoking: qivea %s", serialize(args, passwords).c_str());
   try {
     child.emplace(PROGRAM, args, outPipe, errPipe);
   } catch (const Poco::FileNotFoundException& e) {
@@ -81,22 +104,32 @@ int AmQivEaWrapper::invoke(const std::vector<std::string>& args, std::string& ou
   }
   timeout.setProcessId(child->id());
   QIV_TRACE("Launch QIV-EA process with pid %d", child->id());
+  const ChildOutputReader reader(timeout, Clock::now() + std::chrono::milliseconds(timeoutMs));
   timer.start(Qiv::TimerCallback<AmQivEaWrapperTimeout>(timeout, &AmQivEaWrapperTimeout::onTimer));
 
   // The pipes are read only once the child ended: a child that fills one blocks until killed.
-  const int status = child->wait();
+  // Unreaped until the watchdog is stopped, so that its kill cannot reach a reused pid. The
+  // watchdog keeps running while the pipes are read: whatever the child started and left holding
+  // them would otherwise keep this call waiting past the time-out.
+  const int status = child->waitForExit();
   QIV_TRACE("QIV-EA process return value: %d", status);
+  std::string printed;
+  std::string errorText;
+  if (status == 0) {
+    if (!timeout.isExpired()) reader.read({{outPipe.readHandle(), &printed, std::string::npos}});
+  } else {
+    reader.read({{errPipe.readHandle(), &errorText, std::string::npos}});
+  }
   // The watchdog kills before it marks the time as up: let a running one finish before asking.
   timer.stop();
+  child->wait();
   if (status == 0) {
     if (timeout.isExpired()) return QIVEA_TIMEOUT;
-    std::string printed = readAll(outPipe);
     if (!printed.empty() && traceEnabled()) QIV_TRACE("%s", masked(printed).c_str());
     output.swap(printed);
     return 0;
   }
 
-  const std::string errorText = readAll(errPipe);
   if (!errorText.empty()) {
     // An older qivea lacking a command is only worth a warning.
     const int level = errorText.find(UNKNOWN_COMMAND) != std::string::npos ? 4 : 3;
@@ -124,13 +157,24 @@ int AmQivEaWrapper::getQivPsoClearPath(std::string& path, unsigned timeoutMs) co
 }
 
 int AmQivEaWrapper::authorizationLdap(const std::string& arguments, std::string& roles, unsigned timeoutMs) const {
+  return authorizationLdap(arguments, roles, timeoutMs, std::string());
+}
+
+int AmQivEaWrapper::authorizationLdap(const std::string& arguments, std::string& roles, unsigned timeoutMs,
+                                      const std::string& bindPassword) const {
+  std::vector<std::string> passwords;
+  if (!bindPassword.empty()) passwords.push_back(bindPassword);
   if (traceEnabled()) {
     std::string shown(arguments);
-    hidePassword(shown);
+    hidePasswords(shown, passwords, false);
     QIV_TRACE(" >> %s", shown.c_str());
   }
-  const int result = invoke({"authorization", "ldap", "search", arguments}, roles, timeoutMs);
-  QIV_TRACE(" << User has the following roles: '%s'", roles.c_str());
+  const int result = run({"authorization", "ldap", "search", arguments}, passwords, roles, timeoutMs);
+  if (traceEnabled()) {
+    std::string shown(roles);
+    hidePasswords(shown, passwords, true);
+    QIV_TRACE(" << User has the following roles: '%s'", shown.c_str());
+  }
   return result;
 }
 
@@ -147,19 +191,38 @@ void AmQivEaWrapper::configureAuthentication(const std::vector<std::string>& arg
 }
 
 std::string AmQivEaWrapper::serialize(const std::vector<std::string>& args) const {
+  return serialize(args, passwordsIn(args));
+}
+
+std::string AmQivEaWrapper::serialize(const std::vector<std::string>& args,
+                                      const std::vector<std::string>& passwords) const {
   std::ostringstream line;
   for (std::size_t i = 0; i < args.size(); ++i) {
     if (i > 0) line << ' ';
     line << args[i];
   }
   std::string text = line.str();
-  hidePassword(text);
+  hidePasswords(text, passwords, false);
   return text;
 }
 
 void AmQivEaWrapper::hidePassword(std::string& text) const {
   static const Poco::RegularExpression password(PASSWORD_PATTERN);
   password.subst(text, PASSWORD_REPLACEMENT, Poco::RegularExpression::RE_GLOBAL);
+}
+
+void AmQivEaWrapper::hidePasswords(std::string& text, const std::vector<std::string>& passwords, bool anywhere) const {
+  // Longest first: a shorter password inside a longer one would leave the longer one's rest.
+  std::vector<std::string> sorted(passwords);
+  std::sort(sorted.begin(), sorted.end(),
+            [](const std::string& a, const std::string& b) { return a.size() > b.size(); });
+  for (const std::string& password : sorted) {
+    if (password.empty()) continue;
+    for (const char* option : PASSWORD_OPTIONS) replaceAll(text, option + password, option + std::string(MASK));
+    if (anywhere) replaceAll(text, password, MASK);
+  }
+  // What no known value covered (a password the child printed after some other option text).
+  hidePassword(text);
 }
 
 int AmQivEaWrapper::map_qivea_rc_to_qiv_rc(int rc) const {

@@ -9,11 +9,15 @@ class Timer;
 
 namespace QivAccessManagement {
 
-// The watchdog of one AmQivEaWrapper::invoke: what the timer's thread and the waiting thread
-// share. Lives on the stack of the call and must outlive the timer that calls onTimer.
+// The watchdog of one child run (qivea's invoke, an acs-config-update run): what the timer's
+// thread and the waiting thread share. Lives on the stack of the call and must outlive the timer
+// that calls onTimer.
 class AmQivEaWrapperTimeout {
  public:
+  // qivea's watchdog: a warning "Timer has expired, killing process (pid %d)".
   AmQivEaWrapperTimeout();
+  // A watchdog whose expiry is logged at level with expiredFormat, a literal with one %d, the pid.
+  AmQivEaWrapperTimeout(int level, const char* expiredFormat);
   AmQivEaWrapperTimeout(const AmQivEaWrapperTimeout&) = delete;
   AmQivEaWrapperTimeout& operator=(const AmQivEaWrapperTimeout&) = delete;
 
@@ -23,11 +27,14 @@ class AmQivEaWrapperTimeout {
   bool isExpired() const;
 
   // Runs on the timer's thread: kills the child's whole process group (the negated pid), so
-  // that whatever the child started dies with it, then marks the time-out. A failed kill is
-  // only logged.
+  // that whatever the child started dies with it, and the child itself, should it have left that
+  // group; then marks the time-out. A failed kill of the group is only logged. The caller keeps
+  // the child unreaped until the timer stopped, so the pid names no other process.
   void onTimer(Qiv::Timer& timer);
 
  private:
+  const int _level;
+  const char* const _expiredFormat;
   std::atomic<int> _processId;
   std::atomic<bool> _expired;
 };

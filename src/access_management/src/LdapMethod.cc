@@ -1,14 +1,15 @@
 #include "LdapMethod.h"
 
+#include "AmQivEaWrapperTimeout.h"
+#include "ChildOutputReader.h"
 #include "SpawnedProcess.h"
 
 #include <Poco/Exception.h>
 #include <Poco/Pipe.h>
 #include <Qiv/LoggingWrapper.h>
-#include <poll.h>
+#include <Qiv/Timer.h>
 
-#include <algorithm>
-#include <cerrno>
+#include <chrono>
 
 namespace QivAccessManagement {
 
@@ -16,29 +17,8 @@ namespace {
 
 const char kTool[] = "acs-config-update";
 const std::size_t kErrorOutputLimit = 8192;
-
-// Reads both pipes to their end, so that the tool never blocks on a full pipe, and keeps the
-// first kErrorOutputLimit bytes of standard error.
-void drain(Poco::Pipe& outPipe, Poco::Pipe& errPipe, std::string& errorOutput) {
-  pollfd fds[] = {{outPipe.readHandle(), POLLIN, 0}, {errPipe.readHandle(), POLLIN, 0}};
-  Poco::Pipe* pipes[] = {&outPipe, &errPipe};
-  char buffer[kErrorOutputLimit];
-  while (fds[0].fd != -1 || fds[1].fd != -1) {
-    if (::poll(fds, 2, -1) == -1) {
-      if (errno == EINTR) continue;
-      throw Poco::SystemException("cannot wait for the output of", kTool);
-    }
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd == -1 || fds[i].revents == 0) continue;
-      const int count = pipes[i]->readBytes(buffer, sizeof buffer);
-      if (count == 0) {
-        fds[i].fd = -1;  // poll skips negative descriptors
-      } else if (pipes[i] == &errPipe) {
-        errorOutput.append(buffer, std::min(static_cast<std::size_t>(count), kErrorOutputLimit - errorOutput.size()));
-      }
-    }
-  }
-}
+// As long as qivea gets: the tool runs under the configuration lock that role queries wait for.
+const unsigned kTimeoutMs = 30000;
 
 }  // namespace
 
@@ -88,9 +68,23 @@ int LdapMethod::changeRegistration(const std::vector<std::string>& args, const c
 int LdapMethod::runTool(const std::vector<std::string>& args, std::string& errorOutput) {
   Poco::Pipe outPipe;
   Poco::Pipe errPipe;
+  AmQivEaWrapperTimeout watchdog(3, "Timer has expired, killing acs-config-update (pid %d)");
   SpawnedProcess tool(kTool, args, outPipe, errPipe);
-  drain(outPipe, errPipe, errorOutput);
-  return tool.wait();
+  // Declared after the tool: on an exception it is stopped before the tool is killed and reaped.
+  Qiv::Timer timer(static_cast<long>(kTimeoutMs), 0);
+  watchdog.setProcessId(tool.id());
+  const ChildOutputReader reader(watchdog, std::chrono::steady_clock::now() + std::chrono::milliseconds(kTimeoutMs));
+  timer.start(Qiv::TimerCallback<AmQivEaWrapperTimeout>(watchdog, &AmQivEaWrapperTimeout::onTimer));
+  // Both pipes are read while the tool runs, so that it never blocks on a full one; standard
+  // output is read and dropped.
+  std::string output;
+  reader.read({{outPipe.readHandle(), &output, 0}, {errPipe.readHandle(), &errorOutput, kErrorOutputLimit}});
+  // Unreaped until the watchdog is stopped, so that its kill cannot reach a reused pid.
+  tool.waitForExit();
+  timer.stop();
+  const int status = tool.wait();
+  if (watchdog.isExpired()) throw Poco::TimeoutException(std::string(kTool) + " did not end in time");
+  return status;
 }
 
 }  // namespace QivAccessManagement

@@ -8,7 +8,7 @@ namespace QivAccessManagement {
 
 // Registers the LDAP service module with the security framework through the framework's tool
 // "acs-config-update", run by that bare name from PATH. Each call runs the tool and waits for
-// it; nothing is kept, so any thread may call.
+// it, 30 s at most; nothing is kept, so any thread may call.
 class LdapMethod {
  public:
   virtual ~LdapMethod() = default;
@@ -33,7 +33,9 @@ class LdapMethod {
                          const char* exceptionFormat) const;
 
   // Runs the tool, reading its output while it runs, and returns its exit status with up to
-  // 8192 bytes of its standard error. Throws Poco::Exception when it cannot be run.
+  // 8192 bytes of its standard error. A tool still running after 30 s is killed with its process
+  // group, and its output is read no longer than that. Throws Poco::Exception when it cannot be
+  // run, and Poco::TimeoutException when the 30 s ran out.
   static int runTool(const std::vector<std::string>& args, std::string& errorOutput);
 };
 

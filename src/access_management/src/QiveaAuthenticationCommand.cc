@@ -3,13 +3,15 @@
 #include <Qiv/LoggingWrapper.h>
 #include <Qiv/QivException.h>
 
-#include <sys/stat.h>
-
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace QivAccessManagement {
 
@@ -155,13 +157,23 @@ int QiveaAuthenticationCommand::updateConfiguration(const LdapConfiguration& con
 
 bool QiveaAuthenticationCommand::writePasswordFile(const std::string& password) const {
   std::remove(_passwordFilePath.c_str());
-  // Created as 0600: only the owner may read the password.
-  const mode_t previousMask = umask(066);
-  std::ofstream file(_passwordFilePath, std::ios::out | std::ios::trunc);
-  if (file.is_open()) file << password << '\n';
-  const bool written = file.is_open() && file.good();
-  file.close();
-  umask(previousMask);
+  // Only a file made here takes the password: a file or link someone put at the path after the
+  // removal (the directory may be everyone's) makes the creation fail. The mode is given here,
+  // not through the umask, which every thread of the host shares.
+  const int fd = ::open(_passwordFilePath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (fd < 0) return false;
+  const std::string content = password + '\n';
+  bool written = ::fchmod(fd, 0600) == 0;
+  for (std::size_t done = 0; written && done < content.size();) {
+    const ssize_t count = ::write(fd, content.data() + done, content.size() - done);
+    if (count < 0 && errno == EINTR) continue;
+    written = count > 0;
+    if (written) done += static_cast<std::size_t>(count);
+  }
+  // A failed close may be the failed write (a full disk): qivea would read a short password.
+  written = ::close(fd) == 0 && written;
+  // No part of the password is left behind for a command that will not run.
+  if (!written) ::unlink(_passwordFilePath.c_str());
   return written;
 }
 

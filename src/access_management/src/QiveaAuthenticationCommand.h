@@ -54,7 +54,9 @@ class QiveaAuthenticationCommand {
   std::string uriArgument(const std::string& address, const LdapConfiguration& config) const;
   // Sends args through qivea's "authentication" command; throws Qiv::QivException.
   void sendAuthentication(const std::vector<std::string>& args) const;
-  // Writes the bind password for qivea, readable by the owner only; false when that failed.
+  // Writes the bind password for qivea into a file it creates, readable by the owner only; false,
+  // with nothing left at the path, when that failed, and false when something was at the path
+  // again before the creation (then left alone).
   bool writePasswordFile(const std::string& password) const;
 
   const AmQivEaWrapper& _qivEa;

@@ -64,6 +64,14 @@ SpawnedProcess::~SpawnedProcess() {
 
 int SpawnedProcess::id() const { return _pid; }
 
+int SpawnedProcess::waitForExit() {
+  siginfo_t info = {};
+  while (::waitid(P_PID, static_cast<id_t>(_pid), &info, WEXITED | WNOWAIT) == -1) {
+    if (errno != EINTR) throw Poco::SystemException("Cannot wait for process", std::to_string(_pid));
+  }
+  return info.si_code == CLD_EXITED ? info.si_status : SIGNAL_STATUS_BASE + info.si_status;
+}
+
 int SpawnedProcess::wait() {
   // Marked first: a wait that fails found no child, and the pid must not be signalled afterwards.
   _waited = true;

@@ -35,8 +35,14 @@ class SpawnedProcess {
 
   int id() const;
 
-  // Blocks until the child ended: its exit status, or SIGNAL_STATUS_BASE + the signal that ended
-  // it. Throws Poco::SystemException when there is no child to wait for (reaped elsewhere).
+  // Blocks until the child ended, as wait() reports it, without reaping it: until wait() its pid
+  // stays taken, so a watchdog that signals it or its group cannot hit a process that took the
+  // number over. Throws Poco::SystemException when there is no child to wait for.
+  int waitForExit();
+
+  // Blocks until the child ended and reaps it: its exit status, or SIGNAL_STATUS_BASE + the
+  // signal that ended it. Throws Poco::SystemException when there is no child to wait for
+  // (reaped elsewhere).
   int wait();
 
  private:

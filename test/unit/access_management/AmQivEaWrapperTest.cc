@@ -6,6 +6,7 @@
 #include "InheritableDescriptors.h"
 #include "QiveaStandIn.h"
 #include "ScopedEnvironmentVariable.h"
+#include "StrayProcess.h"
 
 #include <Qiv/QivException.h>
 
@@ -35,6 +36,9 @@ typedef std::chrono::steady_clock Clock;
 const unsigned TIMEOUT_MS = 300;
 // Generous: a healthy stand-in never comes near it, even on a loaded machine.
 const unsigned NO_TIMEOUT_MS = 20000;
+// How long past its time-out a killed invocation may take: the kill, the output's drain, a loaded
+// machine.
+const long BOUND_AFTER_TIMEOUT_MS = 5000;
 // More than a pipe holds.
 const char PIPE_OVERFLOW_BYTES[] = "1048576";
 // Poco's wait result for a child ended by SIGKILL.
@@ -262,17 +266,73 @@ TEST_F(AmQivEaWrapperTest, PsoClearPathHonoursItsTimeOut) {
   EXPECT_EQ(1u, log().count(4, "Timer has expired, killing process (pid " + std::to_string(launchedPid()) + ")"));
 }
 
-TEST_F(AmQivEaWrapperTest, ChildExitingZeroAfterTheTimerFiredTimesOut) {
-  // Out of its own process group the kill misses the child, which then ends by itself.
+TEST_F(AmQivEaWrapperTest, ChildThatLeftItsGroupIsKilledAtTheTimeOutAllTheSame) {
+  // Out of its own process group the kill of the group misses the child: its pid does not.
   qivea.script("spi-revision", "leave-group");
-  qivea.script("spi-revision", "delay-ms", "1500");
+  qivea.script("spi-revision", "delay-ms", "20000");
   qivea.script("spi-revision", "stdout", "1.4.0\n");
   std::string output = "untouched";
-  EXPECT_EQ(-11, wrapper.invoke({"spi-revision"}, output, 500));
+  const Clock::time_point start = Clock::now();
+  EXPECT_EQ(-1, wrapper.invoke({"spi-revision"}, output, TIMEOUT_MS));
+  EXPECT_LT(millisecondsSince(start), static_cast<long>(TIMEOUT_MS) + BOUND_AFTER_TIMEOUT_MS);
+  EXPECT_EQ("untouched", output);
+  EXPECT_EQ(1u, log().count(8, "QIV-EA process return value: " + std::to_string(KILLED_STATUS)));
+  EXPECT_EQ(1u, log().count(4, "Timer has expired, killing process (pid " + std::to_string(launchedPid()) + ")"));
+  EXPECT_EQ(1u, linesHolding("Could not kill the process group of pid " + std::to_string(launchedPid())).size());
+}
+
+// A helper that qivea leaves in the background holding its output: the child exits 0 at once.
+TEST_F(AmQivEaWrapperTest, GrandchildHoldingTheOutputIsKilledWithTheGroupAtTheTimeOut) {
+  const StrayProcess grandchild([this] { return qivea.grandchildPid(); }, "qivea");
+  qivea.script("spi-revision", "grandchild", "20");
+  qivea.script("spi-revision", "grandchild-keeps-output");
+  qivea.script("spi-revision", "stdout", "1.4.0\n");
+  std::string output = "untouched";
+  const Clock::time_point start = Clock::now();
+  // The child exited 0, but not within the time: a time-out.
+  EXPECT_EQ(-11, wrapper.invoke({"spi-revision"}, output, TIMEOUT_MS));
+  EXPECT_LT(millisecondsSince(start), static_cast<long>(TIMEOUT_MS) + BOUND_AFTER_TIMEOUT_MS);
   EXPECT_EQ("untouched", output);
   EXPECT_EQ(1u, log().count(8, "QIV-EA process return value: 0"));
   EXPECT_EQ(1u, log().count(4, "Timer has expired, killing process (pid " + std::to_string(launchedPid()) + ")"));
-  EXPECT_EQ(1u, linesHolding("Could not kill the process group of pid " + std::to_string(launchedPid())).size());
+  ASSERT_GT(qivea.grandchildPid(), 0);
+  EXPECT_TRUE(isGoneWithin(qivea.grandchildPid(), std::chrono::milliseconds(5000)));
+}
+
+TEST_F(AmQivEaWrapperTest, RoleSearchWhoseHelperOutsideTheGroupHoldsTheOutputEndsAtTheTimeOut) {
+  const StrayProcess grandchild([this] { return qivea.grandchildPid(); }, "qivea");
+  qivea.script("authorization ldap", "grandchild", "20");
+  qivea.script("authorization ldap", "grandchild-keeps-output");
+  qivea.script("authorization ldap", "grandchild-leaves-group");
+  qivea.script("authorization ldap", "stdout", "SystemAdministrator");
+  std::string roles = "untouched";
+  const Clock::time_point start = Clock::now();
+  EXPECT_EQ(-11, wrapper.authorizationLdap(" --userId=alice --filterType=1", roles, TIMEOUT_MS));
+  EXPECT_LT(millisecondsSince(start), static_cast<long>(TIMEOUT_MS) + BOUND_AFTER_TIMEOUT_MS);
+  EXPECT_EQ("untouched", roles);
+  EXPECT_EQ(1u, log().count(4, "Timer has expired, killing process (pid " + std::to_string(launchedPid()) + ")"));
+  // Nothing reaches a process in a group of its own; only the wait for it ends.
+  EXPECT_TRUE(grandchild.isRunning());
+}
+
+TEST_F(AmQivEaWrapperTest, RefusedCommandWhoseHelperOutsideTheGroupHoldsTheErrorOutputEndsAtTheTimeOut) {
+  const StrayProcess grandchild([this] { return qivea.grandchildPid(); }, "qivea");
+  qivea.script("authentication default", "grandchild", "20");
+  qivea.script("authentication default", "grandchild-keeps-output");
+  qivea.script("authentication default", "grandchild-leaves-group");
+  qivea.answer("authentication default", 1, "", "qivea: refused\n");
+  const Clock::time_point start = Clock::now();
+  try {
+    wrapper.configureAuthentication({"authentication", "default"}, TIMEOUT_MS);
+    ADD_FAILURE() << "no exception";
+  } catch (const Qiv::QivException& e) {
+    EXPECT_STREQ("Failed to invoke: qivea authentication default, result: -1", e.what());
+  }
+  EXPECT_LT(millisecondsSince(start), static_cast<long>(TIMEOUT_MS) + BOUND_AFTER_TIMEOUT_MS);
+  EXPECT_EQ(1u, log().count(8, "QIV-EA process return value: 1"));
+  // What the child wrote before it exited is still logged.
+  EXPECT_EQ(1u, log().count(3, "qivea: refused\n"));
+  EXPECT_TRUE(grandchild.isRunning());
 }
 
 TEST_F(AmQivEaWrapperTest, TimerThatDidNotFireLeavesTheResultAlone) {
@@ -436,6 +496,49 @@ TEST_F(AmQivEaWrapperTest, PasswordReachesTheChildButNoLogLineNorException) {
   EXPECT_EQ(1u, log().count(8, "--bindPassword=****\n"));
   EXPECT_EQ(1u, log().count(3, "cannot bind with --bind-password=****\n"));
 }
+
+// Passwords that a mask ending at the first blank, or at a text that looks like an option, would
+// show in part.
+class AmQivEaWrapperPasswordTest : public AmQivEaWrapperTest, public ::testing::WithParamInterface<std::string> {
+ protected:
+  // ldapCommand's line as logged: the whole password masked.
+  static std::string maskedLdapCommand() {
+    return "authentication ldap --uri=ldaps://[2001:db8::1]:636 --useTls --tls-mode=LDAPS "
+           "--base-dn=dc=example,dc=com --login-attribute=uid --bind-dn=cn=reader,dc=example,dc=com "
+           "--bind-password=****";
+  }
+};
+
+TEST_P(AmQivEaWrapperPasswordTest, CommandLineShowsNoPartOfThePasswordInAnyLineOrException) {
+  const std::string password = GetParam();
+  // A program that echoes the password on standard output when it succeeds.
+  qivea.answer("authentication ldap", 0, "applied --bind-password=" + password + " and " + password + "\n");
+  wrapper.configureAuthentication(ldapCommand(password), NO_TIMEOUT_MS);
+  // And on standard error when it fails.
+  qivea.answer("authentication ldap", 1, "", "cannot bind with --bind-password=" + password + " (" + password + ")\n");
+  std::string exceptionText;
+  try {
+    wrapper.configureAuthentication(ldapCommand(password), NO_TIMEOUT_MS);
+  } catch (const Qiv::QivException& e) {
+    exceptionText = e.what();
+  }
+
+  ASSERT_EQ(2u, qivea.calls().size());
+  EXPECT_EQ("--bind-password=" + password, qivea.calls()[0].back());
+  EXPECT_EQ(2u, log().count(8, " >> " + maskedLdapCommand() + " timeout (ms): 20000"));
+  EXPECT_EQ(2u, log().count(8, "Invoking: qivea " + maskedLdapCommand()));
+  EXPECT_EQ(1u, log().count(8, " << Succeeded to set authentication '" + maskedLdapCommand() + "'"));
+  EXPECT_EQ(1u, log().count(8, "applied --bind-password=**** and ****\n"));
+  EXPECT_EQ(1u, log().count(3, "cannot bind with --bind-password=**** (****)\n"));
+  EXPECT_EQ(1u, log().count(3, "Failed to invoke QIV-EA, return code: -1"));
+  EXPECT_EQ("Failed to invoke: qivea " + maskedLdapCommand() + ", result: -1", exceptionText);
+  EXPECT_EQ(std::vector<std::string>{}, linesHolding(password));
+  EXPECT_EQ("--bind-password=****", wrapper.serialize({"--bind-password=" + password}));
+}
+
+INSTANTIATE_TEST_SUITE_P(BlanksOptionsQuotesEqualsAndStars, AmQivEaWrapperPasswordTest,
+                         ::testing::Values("S3cret Ph4se", "Pw1 --useTls", "\"Qu0ted\" 'as w3ll'", "a=b=c --bind-password=d",
+                                           "*St4r* *", "  lead1ng and tra1ling  "));
 
 TEST_F(AmQivEaWrapperTest, EmptyArgumentListSerializesToTheEmptyString) { EXPECT_EQ("", wrapper.serialize({})); }
 

@@ -1,8 +1,11 @@
 #include "ConfigurationRunnable.h"
 
+#include "FileSizeLimit.h"
+#include "ForkedCheck.h"
 #include "FrameworkTestBase.h"
 #include "QiveaStandIn.h"
 #include "ScopedEnvironmentVariable.h"
+#include "UmaskCalls.h"
 
 #include <Poco/TemporaryFile.h>
 
@@ -15,6 +18,7 @@
 #include <vector>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace QivAccessManagement;
 
@@ -23,10 +27,18 @@ namespace {
 using Args = std::vector<std::string>;
 
 const char PASSWORD[] = "Pa55w0rd-on-the-line";
+const uid_t NOBODY = 65534;
+const char NO_PASSWORD_FILE_TEXT[] = "Could not create password file for QIVEA.";
 
 std::string fileText(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+std::string linkTarget(const std::string& path) {
+  char target[4096];
+  const ssize_t length = ::readlink(path.c_str(), target, sizeof target);
+  return length < 0 ? std::string() : std::string(target, static_cast<std::size_t>(length));
 }
 
 // A configuration that uses every option the command line knows.
@@ -83,6 +95,38 @@ class ConfigurationRunnableCommandTest : public FrameworkTestBase {
   std::string directory() {
     Poco::File(_directory.path()).createDirectories();
     return _directory.path();
+  }
+
+  // A directory everyone may write, with the sticky bit, as /tmp is: a user cannot remove what
+  // another one put there.
+  std::string stickyDirectory() {
+    const std::string path = directory() + "/shared";
+    Poco::File(path).createDirectories();
+    ::chmod(path.c_str(), 01777);
+    return path;
+  }
+
+  // A victim file that the runnable's user could write, as a file of the framework's own would be.
+  std::string victim() {
+    const std::string path = directory() + "/victim";
+    std::ofstream(path) << "the victim's own text\n";
+    ::chmod(path.c_str(), 0666);
+    return path;
+  }
+
+  // Prepares config with runnable and commits it as another user, for whom the removal of what
+  // is at the password file's path fails, just as if it had been put there again right after the
+  // removal. The commit must fail as a password file that cannot be written does.
+  void commitAsAnotherUserFailsForTheFileInTheWay(ConfigurationRunnable& runnable) {
+    const LdapConfiguration config = fullConfiguration();
+    ASSERT_EQ(0, runnable.prepareUpdateConfiguration(config));
+    const std::size_t callsBefore = authenticationCalls().size();
+    EXPECT_TRUE(ForkedCheck::runAs(NOBODY, NOBODY, {}, [&] {
+      EXPECT_EQ(-7, runnable.updateConfiguration(config));
+      EXPECT_EQ(1u, log().count(3, NO_PASSWORD_FILE_TEXT));
+      EXPECT_TRUE(runnable.getLdapCommandArgs().empty());
+    }));
+    EXPECT_EQ(callsBefore, authenticationCalls().size());
   }
 
   QiveaStandIn qivea{QIVEA_DIR};
@@ -291,6 +335,81 @@ TEST_F(ConfigurationRunnableCommandTest, PasswordFileThatCannotBeWrittenStopsThe
   EXPECT_EQ(1u, log().count(3, "Could not create password file for QIVEA."));
   EXPECT_TRUE(runnable->getLdapCommandArgs().empty());
   EXPECT_EQ(callsBefore, authenticationCalls().size());
+}
+
+TEST_F(ConfigurationRunnableCommandTest, LinkAtThePasswordFileIsNotFollowed) {
+  ScopedEnvironmentVariable tmpdir("TMPDIR", stickyDirectory());
+  auto runnable = runnableForRevision("1.4.0");
+  const std::string target = victim();
+  ASSERT_EQ(0, ::symlink(target.c_str(), runnable->getPasswordFilePath().c_str()));
+  commitAsAnotherUserFailsForTheFileInTheWay(*runnable);
+  EXPECT_EQ("the victim's own text\n", fileText(target));
+  EXPECT_EQ(target, linkTarget(runnable->getPasswordFilePath()));
+}
+
+TEST_F(ConfigurationRunnableCommandTest, FileAtThePasswordFileIsNotWritten) {
+  ScopedEnvironmentVariable tmpdir("TMPDIR", stickyDirectory());
+  auto runnable = runnableForRevision("1.4.0");
+  const std::string planted = runnable->getPasswordFilePath();
+  std::ofstream(planted) << "planted\n";
+  // Readable by all: whatever went in would be anyone's.
+  ::chmod(planted.c_str(), 0666);
+  commitAsAnotherUserFailsForTheFileInTheWay(*runnable);
+  EXPECT_EQ("planted\n", fileText(planted));
+  struct stat status = {};
+  ASSERT_EQ(0, ::lstat(planted.c_str(), &status));
+  EXPECT_EQ(0666u, status.st_mode & 07777);
+}
+
+TEST_F(ConfigurationRunnableCommandTest, PasswordFileCutShortStopsTheCommitAndIsRemoved) {
+  auto runnable = runnableForRevision("1.4.0");
+  const LdapConfiguration config = fullConfiguration();
+  ASSERT_EQ(0, runnable->prepareUpdateConfiguration(config));
+  const std::size_t callsBefore = authenticationCalls().size();
+  {
+    // Less than the password: the write fails part way, or only when the file is closed.
+    const FileSizeLimit limit(4);
+    ASSERT_TRUE(limit.isSet());
+    EXPECT_EQ(-7, runnable->updateConfiguration(config));
+  }
+  EXPECT_EQ(1u, log().count(3, NO_PASSWORD_FILE_TEXT));
+  EXPECT_TRUE(runnable->getLdapCommandArgs().empty());
+  EXPECT_EQ(callsBefore, authenticationCalls().size());
+  EXPECT_FALSE(Poco::File(runnable->getPasswordFilePath()).exists());
+}
+
+TEST_F(ConfigurationRunnableCommandTest, PasswordFileIsOwnerOnlyWhateverTheUmaskWhichIsNotTouched) {
+  auto runnable = runnableForRevision("1.4.0");
+  const LdapConfiguration config = fullConfiguration();
+  for (const mode_t mask : {0000, 0277}) {
+    ASSERT_EQ(0, runnable->prepareUpdateConfiguration(config));
+    const mode_t previous = ::umask(mask);
+    const unsigned callsBefore = UmaskCalls::count();
+    const int result = runnable->updateConfiguration(config);
+    const unsigned umaskCalls = UmaskCalls::count() - callsBefore;
+    ::umask(previous);
+    EXPECT_EQ(0, result) << std::oct << mask;
+    // Every thread of a host shares the umask: the file's mode is set without it.
+    EXPECT_EQ(0u, umaskCalls) << std::oct << mask;
+    struct stat status = {};
+    ASSERT_EQ(0, ::lstat(runnable->getPasswordFilePath().c_str(), &status));
+    EXPECT_EQ(0600u, status.st_mode & 07777) << std::oct << mask;
+    EXPECT_EQ(std::string(PASSWORD) + "\n", fileText(runnable->getPasswordFilePath()));
+  }
+}
+
+TEST_F(ConfigurationRunnableCommandTest, Revision11PasswordWithBlanksAndOptionTextIsMaskedWhole) {
+  auto runnable = runnableForRevision("1.1.0");
+  LdapConfiguration config = fullConfiguration();
+  config.bindPassword = "S3cret Ph4se --useTls";
+  qivea.answer("authentication ldap", 1, "", "refused\n");
+  EXPECT_EQ(-6, runnable->prepareUpdateConfiguration(config));
+  std::string line = "Failed to invoke: qivea";
+  for (const std::string& arg : runnable->getLdapCommandArgs()) {
+    line += " " + (arg == "--bind-password=" + config.bindPassword ? std::string("--bind-password=****") : arg);
+  }
+  EXPECT_EQ(1u, log().count(3, line + ", result: -1"));
+  EXPECT_EQ(0u, log().countContaining("Ph4se"));
 }
 
 TEST_F(ConfigurationRunnableCommandTest, PasswordFileFollowsTmpdirWithoutSlashHandling) {

@@ -10,8 +10,12 @@
 #include <vector>
 
 #include "AcsConfigUpdateStandIn.h"
+#include "Eventually.h"
 #include "FrameworkTestBase.h"
 #include "InheritableDescriptors.h"
+#include "StrayProcess.h"
+
+#include <signal.h>
 
 namespace {
 
@@ -20,6 +24,11 @@ typedef std::vector<std::vector<std::string>> Calls;
 const int kTrace = 8;
 const std::vector<std::string> kHelp = {"--help"};
 const std::vector<std::string> kDeregister = {"--deregister", "LdapAuthenticationMethod"};
+// The tool's time-out, and how long past it a run may take: the kill, the output, a loaded machine.
+const std::chrono::seconds kTimeout(30);
+const std::chrono::seconds kBoundAfterTimeout(5);
+const char kTimedOutRegistration[] =
+    "Poco exception when running acs-config-update --register: Timeout: acs-config-update did not end in time";
 // The smallest file the stand-in takes for a registration: a framework file.
 const char kFrameworkFile[] =
     "[GENERAL]\nVERSION = ACS_IFREG-1\n[SSSD]\nldap_uri = ldap://ldap.example.com:389\n[UAI_SERVICE_MODULE]\n";
@@ -204,6 +213,47 @@ TEST_F(LdapMethodTest, ToolVanishingBeforeDeregistrationIsAPocoException) {
   EXPECT_EQ(1u, log().count(3,
                             "Poco::Exception when running acs-config-update --deregister: "
                             "File not found: acs-config-update"));
+}
+
+// The two tests below wait for the tool's fixed 30 s time-out.
+
+TEST_F(LdapMethodTest, HangingToolIsKilledWithItsGroupAfterThirtySecondsAndTheRegistrationFails) {
+  // Left running only by a test that fails.
+  const StrayProcess hungTool([this] { return acs.hungPid("register"); }, "acs-config-update");
+  acs.hang("register");
+  const auto start = std::chrono::steady_clock::now();
+  std::future<int> result =
+      std::async(std::launch::async, [&] { return method.registerLdapServiceModule(writeConfigFile()); });
+  const bool ended = result.wait_for(kTimeout + kBoundAfterTimeout) == std::future_status::ready;
+  EXPECT_TRUE(ended) << "the registration still waits for the hung tool";
+  if (!ended) hungTool.kill();
+  EXPECT_EQ(-1, result.get());
+  EXPECT_GE(std::chrono::steady_clock::now() - start, kTimeout);
+  const int pid = acs.hungPid("register");
+  ASSERT_GT(pid, 0);
+  EXPECT_EQ(1u, log().count(3, "Timer has expired, killing acs-config-update (pid " + std::to_string(pid) + ")"));
+  EXPECT_EQ(1u, log().count(3, kTimedOutRegistration));
+  EXPECT_EQ(-1, ::kill(pid, 0));
+  EXPECT_EQ("", acs.state());
+}
+
+TEST_F(LdapMethodTest, HelperOutsideTheGroupHoldingTheToolsOutputCannotHoldTheRegistrationPastThirtySeconds) {
+  const StrayProcess grandchild([this] { return acs.grandchildPid(); }, "acs-config-update");
+  acs.leaveGrandchild("register", 120);
+  acs.script("register", 0);
+  const auto start = std::chrono::steady_clock::now();
+  std::future<int> result =
+      std::async(std::launch::async, [&] { return method.registerLdapServiceModule(writeConfigFile()); });
+  const bool ended = result.wait_for(kTimeout + kBoundAfterTimeout) == std::future_status::ready;
+  EXPECT_TRUE(ended) << "the registration still reads the helper's output";
+  if (!ended) grandchild.kill();
+  // The tool said yes, but not within the time: the run failed.
+  EXPECT_EQ(-1, result.get());
+  EXPECT_GE(std::chrono::steady_clock::now() - start, kTimeout);
+  EXPECT_EQ(1u, log().countContaining("Timer has expired, killing acs-config-update (pid "));
+  EXPECT_EQ(1u, log().count(3, kTimedOutRegistration));
+  // Out of the tool's group, the helper is out of the watchdog's reach: only the wait for it ends.
+  EXPECT_TRUE(grandchild.isRunning());
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "QiveaStandIn.h"
 #include "ScopedEnvironmentVariable.h"
 #include "SecAcsStandIn.h"
+#include "TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -160,6 +161,9 @@ class RoleQueryTest : public FrameworkTestBase {
   }
 
   QiveaStandIn qivea{QIVEA_DIR};
+  // A commit's password file goes here, not to the path in /tmp that other tests share.
+  TemporaryDirectory temporary;
+  ScopedEnvironmentVariable tmpdir{"TMPDIR", temporary.path()};
   std::unique_ptr<AccessManagementComponent> component;
   const char* markerTexts[2] = {"untouched", nullptr};
   // What the output holds before a query: a query that hands out nothing leaves it.
@@ -572,6 +576,73 @@ TEST_F(RoleQueryTest, EachQueryHandsOutItsOwnArray) {
   EXPECT_EQ(0, component->freeRoles("LDAP", second));
 }
 
+// A user name with what qivea's argument cannot carry, and how the warning shows it.
+class RoleQueryUserNameTest : public RoleQueryTest,
+                              public ::testing::WithParamInterface<std::pair<std::string, std::string>> {};
+
+TEST_P(RoleQueryUserNameTest, UserNameThatWouldBringItsOwnOptionsIsRefusedBeforeQiveaRuns) {
+  unlock();
+  // What the words of each name would get from qivea, were it asked.
+  qivea.setUsers("eve:admin\n-eve:admin\nalice:admin\n");
+  ASSERT_EQ(0, start());
+  roles = marker;
+  EXPECT_EQ(-1, component->getRoles("LDAP", GetParam().first.c_str(), &roles));
+  EXPECT_EQ(marker, roles);
+  EXPECT_TRUE(searchCalls().empty());
+  EXPECT_EQ(1u, log().count(4, "User name '" + GetParam().second + "' cannot be passed to qivea"));
+  EXPECT_EQ(0u, log().count(8, "Using QIV EA authorization function"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BlanksControlCharactersAndLeadingDashes, RoleQueryUserNameTest,
+    ::testing::Values(std::make_pair("eve --filterType=3 --filter=(uid=alice) --type=cn",
+                                     "eve --filterType=3 --filter=(uid=alice) --type=cn"),
+                      std::make_pair("eve ", "eve "), std::make_pair("eve\t--filterType=3", "eve\\x09--filterType=3"),
+                      std::make_pair("eve\n--filterType=3", "eve\\x0a--filterType=3"),
+                      std::make_pair("eve\r", "eve\\x0d"), std::make_pair("e\x7f\\ve", "e\\x7f\\x5cve"),
+                      std::make_pair("-eve", "-eve"), std::make_pair("--filterType=3", "--filterType=3")));
+
+TEST_F(RoleQueryTest, UserNameWithoutBlankControlCharacterOrLeadingDashGoesAsItIs) {
+  unlock();
+  const std::string user = "j\xc3\xbcrgen.o'neil-2@example=x\\*";
+  qivea.setUsers(user + ":admin\n");
+  ASSERT_EQ(0, start());
+  roles = marker;
+  ASSERT_EQ(0, component->getRoles("LDAP", user.c_str(), &roles));
+  EXPECT_EQ(" --userId=" + user + " --filterType=1 --bindDn=" + FIXTURE_BIND_DN, onlySearchArgument());
+  EXPECT_EQ(0, component->freeRoles("LDAP", roles));
+}
+
+// Passwords that a mask ending at the first blank, or at a text that looks like an option, would
+// show in part.
+class RoleQueryPasswordTest : public RoleQueryTest, public ::testing::WithParamInterface<std::string> {};
+
+TEST_P(RoleQueryPasswordTest, SearchArgumentShowsNoPartOfThePasswordInAnyLine) {
+  const std::string password = GetParam();
+  unlock();
+  setBindPassword(password);
+  set(LDAP_DN, USE_TLS, {"true"});
+  qivea.setUsers("alice:admin\n");
+  ASSERT_EQ(0, start());
+  ASSERT_EQ(0, query());
+  EXPECT_EQ(0, component->freeRoles("LDAP", roles));
+  const std::string head = std::string(" --userId=alice --filterType=1 --bindDn=") + FIXTURE_BIND_DN + " --bindPassword=";
+  EXPECT_EQ(head + password + " --useTls", onlySearchArgument());
+  // A qivea that tells the password back when it fails.
+  qivea.answer("authorization", 1, "", "cannot bind with --bindPassword=" + password + " (" + password + ")\n");
+  EXPECT_EQ(-1, query());
+
+  const std::string masked = head + "**** --useTls";
+  EXPECT_EQ(2u, log().count(8, " >> " + masked));
+  EXPECT_EQ(2u, log().count(8, "Invoking: qivea authorization ldap search " + masked));
+  EXPECT_EQ(1u, log().count(3, "cannot bind with --bindPassword=**** (****)\n"));
+  EXPECT_EQ(0u, log().countContaining(password));
+}
+
+INSTANTIATE_TEST_SUITE_P(BlanksOptionsQuotesEqualsAndStars, RoleQueryPasswordTest,
+                         ::testing::Values("S3cret Ph4se", "Pw1 --useTls", "\"Qu0ted\" 'as w3ll'", "a=b=c --bindDn=d",
+                                           "*St4r* *"));
+
 class RoleQueryBuiltInTest : public RoleQueryTest {
  protected:
   void SetUp() override {
@@ -937,4 +1008,16 @@ TEST_F(RoleQueryEntryPointTest, StartedSingletonAnswersThroughTheEntriesUntilSto
         exitWithResult();
       },
       ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(RoleQueryBuiltInTest, UserNameThatQiveaCannotTakeStillReachesTheBuiltInLookup) {
+  unlock();
+  amLdap.setReply({"admin"});
+  ASSERT_EQ(0, start(componentFile(true)));
+  roles = marker;
+  // The built-in lookup escapes what it puts into a filter; the name is its to judge.
+  ASSERT_EQ(0, component->getRoles("LDAP", "eve --filterType=3", &roles));
+  EXPECT_EQ(Strings{"eve --filterType=3"}, amLdap.users);
+  EXPECT_EQ(0u, log().countContaining("cannot be passed to qivea"));
+  EXPECT_EQ(0, component->freeRoles("LDAP", roles));
 }

@@ -114,6 +114,32 @@ TEST_F(SpawnedProcessTest, ProgramMissingFromThePathIsFileNotFound) {
   EXPECT_TRUE(hasNoChild());
 }
 
+TEST_F(SpawnedProcessTest, WaitForExitLeavesTheEndedChildForWaitToReap) {
+  SpawnedProcess child("sh", {"-c", "exit 5"}, outPipe, errPipe);
+  EXPECT_EQ(5, child.waitForExit());
+  // Still this process's child, its pid taken, until reaped.
+  siginfo_t info = {};
+  ASSERT_EQ(0, ::waitid(P_PID, static_cast<id_t>(child.id()), &info, WEXITED | WNOHANG | WNOWAIT));
+  EXPECT_EQ(child.id(), info.si_pid);
+  EXPECT_EQ(5, child.waitForExit());
+  EXPECT_EQ(5, child.wait());
+  EXPECT_TRUE(hasNoChild());
+}
+
+TEST_F(SpawnedProcessTest, WaitForExitReportsTheSignalAsWaitDoes) {
+  SpawnedProcess child("sh", {"-c", "kill -TERM $$"}, outPipe, errPipe);
+  EXPECT_EQ(SpawnedProcess::SIGNAL_STATUS_BASE + SIGTERM, child.waitForExit());
+  EXPECT_EQ(SpawnedProcess::SIGNAL_STATUS_BASE + SIGTERM, child.wait());
+}
+
+TEST_F(SpawnedProcessTest, ObjectLeftAfterWaitForExitReapsTheChild) {
+  {
+    SpawnedProcess child("true", {}, outPipe, errPipe);
+    EXPECT_EQ(0, child.waitForExit());
+  }
+  EXPECT_TRUE(hasNoChild());
+}
+
 TEST_F(SpawnedProcessTest, SecondWaitFindsNoChild) {
   SpawnedProcess child("true", {}, outPipe, errPipe);
   EXPECT_EQ(0, child.wait());

@@ -7,6 +7,8 @@
 #include <iterator>
 #include <thread>
 
+#include <unistd.h>
+
 namespace AcsConfigUpdate {
 
 namespace {
@@ -35,6 +37,10 @@ int Tool::run(const std::vector<std::string>& args, std::ostream& out, std::ostr
   const std::string subcommand = subcommandOf(args);
   if (!subcommand.empty()) {
     std::this_thread::sleep_for(_home.delay(subcommand));
+    _home.startGrandchild(subcommand);
+    if (_home.hangs(subcommand)) {
+      for (;;) ::pause();
+    }
     int status = 0;
     if (_home.answerAsScripted(subcommand, out, err, status)) return status;
   }

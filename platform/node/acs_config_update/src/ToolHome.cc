@@ -44,6 +44,28 @@ std::chrono::milliseconds ToolHome::delay(const std::string& subcommand) const {
   return std::chrono::milliseconds(text.empty() ? 0 : std::stol(text));
 }
 
+void ToolHome::startGrandchild(const std::string& subcommand) const {
+  if (!exists(subcommand + ".grandchild")) return;
+  const std::string text = read(subcommand + ".grandchild");
+  const unsigned seconds = text.find_first_of("0123456789") == std::string::npos ? 30 : std::stoul(text);
+  const pid_t pid = ::fork();
+  if (pid < 0) throw std::system_error(errno, std::generic_category(), "cannot start a grandchild");
+  if (pid == 0) {
+    ::setpgid(0, 0);
+    ::sleep(seconds);
+    ::_exit(0);
+  }
+  // Set on both sides, so that the group is the grandchild's own before this process goes on.
+  ::setpgid(pid, pid);
+  std::ofstream(path("grandchild.pid")) << pid << '\n';
+}
+
+bool ToolHome::hangs(const std::string& subcommand) const {
+  if (!exists(subcommand + ".hang")) return false;
+  std::ofstream(path(subcommand + ".pid")) << ::getpid() << '\n';
+  return true;
+}
+
 bool ToolHome::answerAsScripted(const std::string& subcommand, std::ostream& out, std::ostream& err,
                                 int& status) const {
   if (!exists(subcommand + ".exit")) return false;

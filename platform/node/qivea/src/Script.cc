@@ -110,16 +110,23 @@ long Script::number(const char* name, long defaultValue) const {
 
 void Script::startGrandchild() const {
   const long seconds = number("grandchild", DEFAULT_GRANDCHILD_SECONDS);
+  const bool keepsOutput = has("grandchild-keeps-output");
+  const bool leavesGroup = has("grandchild-leaves-group");
   const pid_t pid = ::fork();
   if (pid < 0) throw systemFailure("cannot start a grandchild");
   if (pid == 0) {
-    // Silent, so that only the kill of the process group can end it before its time.
+    if (leavesGroup) ::setpgid(0, 0);
     redirectToNull(STDIN_FILENO);
-    redirectToNull(STDOUT_FILENO);
-    redirectToNull(STDERR_FILENO);
+    // Silent, so that only the kill of the process group can end it before its time.
+    if (!keepsOutput) {
+      redirectToNull(STDOUT_FILENO);
+      redirectToNull(STDERR_FILENO);
+    }
     sleepMilliseconds(seconds * 1000);
     ::_exit(0);
   }
+  // Set on both sides, so that the group is the grandchild's own before this process goes on.
+  if (leavesGroup) ::setpgid(pid, pid);
   writeFileAtomically(_home.file("grandchild.pid"), std::to_string(pid) + "\n", PUBLIC_FILE_MODE);
 }
 

@@ -14,7 +14,11 @@ namespace Qivea {
 // replaces the command's own answer entirely; its files, all optional, act in this order:
 //   leave-group      move into the parent's process group, out of reach of a kill of its own group
 //   grandchild       start a silent grandchild in this process group that lives <content>
-//                    seconds (default 30); its pid goes to <home>/grandchild.pid
+//                    seconds (default 30); its pid goes to <home>/grandchild.pid. Changed by:
+//     grandchild-keeps-output   the grandchild keeps standard output and error open, as a
+//                               helper started in the background does
+//     grandchild-leaves-group   the grandchild has a process group of its own, out of reach of a
+//                               kill of this one
 //   delay-ms         sleep that many milliseconds
 //   stdout-bytes     print that many bytes ('x') on standard output
 //   stdout, stderr   print the file's content as it stands

@@ -48,8 +48,9 @@ const char USAGE[] =
     "  calls/<time>-<pid>    every call's arguments, each followed by a NUL byte\n"
     "  script/<key>/         a scripted answer replacing the command's own, key being the first two\n"
     "                        words (\"pso clear\") or the first word (\"spi-revision\"); files, all\n"
-    "                        optional: leave-group, grandchild [seconds], delay-ms, stdout-bytes,\n"
-    "                        stdout, stderr, unknown-command, hang, signal, exit\n"
+    "                        optional: leave-group, grandchild [seconds] (with grandchild-keeps-output,\n"
+    "                        grandchild-leaves-group), delay-ms, stdout-bytes, stdout, stderr,\n"
+    "                        unknown-command, hang, signal, exit\n"
     "  grandchild.pid        pid of the last grandchild a script started\n";
 
 const unsigned PSO_DIRECTORY_MODE = 0755;
